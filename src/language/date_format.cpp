@@ -1,0 +1,1 @@
+#include "language/date_format.h"

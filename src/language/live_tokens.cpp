@@ -1,0 +1,1 @@
+#include "language/live_tokens.h"

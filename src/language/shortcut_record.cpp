@@ -1,0 +1,1 @@
+#include "language/shortcut_record.h"

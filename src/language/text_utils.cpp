@@ -1,0 +1,1 @@
+#include "language/text_utils.h"

@@ -1,0 +1,1 @@
+#include "language/triggers.h"

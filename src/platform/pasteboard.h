@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+
+namespace tavo {
+
+// The system clipboard as the logic sees it. The X11 implementation sits on QClipboard;
+// unit tests use a scripted fake.
+class Pasteboard
+{
+public:
+    virtual ~Pasteboard() = default;
+
+    // The plain text on the clipboard, or an empty text when it holds none.
+    virtual QString string() const = 0;
+};
+
+} // namespace tavo

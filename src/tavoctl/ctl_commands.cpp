@@ -1,0 +1,55 @@
+#include "tavoctl/ctl_commands.h"
+
+#include "language/math_expression.h"
+
+namespace tavo::ctl {
+
+namespace {
+
+const char* const usage = R"(Usage: tavoctl COMMAND [ARGUMENTS]
+
+The command-line companion of Tavo, the text-expansion workstation.
+
+Commands:
+  calc EXPRESSION   Print the value of a calculator trigger, such as '\2+3*4'.
+  help              Show this help.
+)";
+
+int calc(const QStringList& arguments, QTextStream& out, QTextStream& err)
+{
+    if (arguments.size() != 1) {
+        err << "Usage: tavoctl calc EXPRESSION\n";
+        return 2;
+    }
+    const QString& expression = arguments.first();
+    const std::optional<double> value = MathExpression::evaluate(expression);
+    if (!value) {
+        err << "Not a calculation Tavo can evaluate: " << expression << '\n';
+        return 1;
+    }
+    out << MathExpression::formatted(*value) << '\n';
+    return 0;
+}
+
+} // namespace
+
+int run(const QStringList& arguments, QTextStream& out, QTextStream& err)
+{
+    if (arguments.isEmpty()) {
+        err << usage;
+        return 2;
+    }
+    const QString command = arguments.first();
+    const QStringList rest = arguments.mid(1);
+    if (command == QLatin1String("help") || command == QLatin1String("--help") || command == QLatin1String("-h")) {
+        out << usage;
+        return 0;
+    }
+    if (command == QLatin1String("calc")) {
+        return calc(rest, out, err);
+    }
+    err << "tavoctl: unknown command '" << command << "'\n" << usage;
+    return 2;
+}
+
+} // namespace tavo::ctl
