@@ -23,10 +23,4 @@ std::optional<qint64> parseInteger(QStringView text);
 // `text` ends in `suffix`, ignoring case. An empty suffix ends nothing.
 bool endsWithIgnoringCase(QStringView text, QStringView suffix);
 
-// The text trimmed of whitespace and newlines at both ends.
-inline QString trimmed(const QString& text)
-{
-    return text.trimmed();
-}
-
 } // namespace tavo
