@@ -31,7 +31,7 @@ private:
     std::optional<double> unary();
     std::optional<double> primary();
     std::optional<double> number();
-    std::optional<double> call(const QString& name);
+    std::optional<double> call(QStringView name);
     void skipWhitespace();
     bool atEnd() const { return m_index >= m_chars.size(); }
     QChar peek() const { return atEnd() ? QChar() : m_chars[m_index]; }

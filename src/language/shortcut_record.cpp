@@ -275,12 +275,18 @@ QString collectionTrigger(const QString& key, const QString& collection)
 
 QString migratedRecordAlias(const QString& key)
 {
-    static const QRegularExpression knownSuffix(QStringLiteral("\\.(?:app|ai|web|media|gif|e)$"),
-                                                QRegularExpression::CaseInsensitiveOption);
-    QString alias = key;
-    if (alias.startsWith(u'/') || alias.startsWith(u'\\')) {
-        alias.remove(0, 1);
+    // The suffix's dot is literal: /cafe keeps its e.
+    static const QRegularExpression knownSuffix(QStringLiteral("\\.(?:app|ai|web|media|gif|e)$"));
+    qsizetype from = 0;
+    qsizetype to = key.size();
+    auto isSlash = [](QChar c) { return c == u'/' || c == u'\\'; };
+    while (from < to && isSlash(key[from])) {
+        ++from;
     }
+    while (to > from && isSlash(key[to - 1])) {
+        --to;
+    }
+    QString alias = key.mid(from, to - from);
     const QRegularExpressionMatch match = knownSuffix.match(alias);
     if (match.hasMatch()) {
         alias.truncate(match.capturedStart());

@@ -63,8 +63,8 @@ QString collectionSuffix(const QString& collection);
 // collection's own.
 QString collectionTrigger(const QString& key, const QString& collection);
 
-// The alias a record gets when a legacy clip of a record collection becomes a collection record:
-// the key without its slash and one known suffix, cut to 40 characters.
+// The alias a record gets when a clip of a record collection becomes a collection record: the key
+// without slashes at its ends and without one known suffix, cut to 40 characters.
 QString migratedRecordAlias(const QString& key);
 
 // Whether a typed text matches a stored key: normalized, compared ignoring case.

@@ -101,7 +101,8 @@ void TestShortcutRecord::migratedRecordAlias_data()
     QTest::newRow("slash and suffix removed") << "/acme.web" << "acme";
     QTest::newRow("backslash removed") << "\\acme" << "acme";
     QTest::newRow("dot taken literally") << "/cafe" << "cafe";
-    QTest::newRow("suffix case ignored") << "/Acme.MEDIA" << "Acme";
+    QTest::newRow("suffix matched as written") << "/Acme.MEDIA" << "Acme.MEDIA";
+    QTest::newRow("slashes trimmed from both ends") << "//acme/\\" << "acme";
     QTest::newRow("only one suffix") << "/a.app.web" << "a.app";
     QTest::newRow("cut to forty") << QStringLiteral("/") + QString(50, u'x') << QString(40, u'x');
     // Forty emoji are eighty UTF-16 units; the cut must not fall inside a pair.
