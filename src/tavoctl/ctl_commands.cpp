@@ -11,8 +11,16 @@ const char* const usage = R"(Usage: tavoctl COMMAND [ARGUMENTS]
 The command-line companion of Tavo, the text-expansion workstation.
 
 Commands:
-  calc EXPRESSION   Print the value of a calculator trigger, such as '\2+3*4'.
-  help              Show this help.
+  calc EXPRESSION              Print the value of a calculator trigger, such as '\2+3*4'.
+  account register NAME        Create a local account; the password is read from standard input.
+  account signin NAME          Sign in; the password is read from standard input.
+  account signout              Sign out.
+  account status               Print the signed-in username, or "Signed out.".
+  list [--collection NAME] [--json]
+                               List the signed-in user's shortcuts.
+  add KEY TEXT [--collection NAME] [--name NAME]
+                               Save a text shortcut.
+  help                         Show this help.
 )";
 
 int calc(const QStringList& arguments, QTextStream& out, QTextStream& err)
@@ -33,7 +41,7 @@ int calc(const QStringList& arguments, QTextStream& out, QTextStream& err)
 
 } // namespace
 
-int run(const QStringList& arguments, QTextStream& out, QTextStream& err)
+int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err)
 {
     if (arguments.isEmpty()) {
         err << usage;
@@ -47,6 +55,15 @@ int run(const QStringList& arguments, QTextStream& out, QTextStream& err)
     }
     if (command == QLatin1String("calc")) {
         return calc(rest, out, err);
+    }
+    if (command == QLatin1String("account")) {
+        return account(rest, in, out, err);
+    }
+    if (command == QLatin1String("list")) {
+        return list(rest, out, err);
+    }
+    if (command == QLatin1String("add")) {
+        return add(rest, out, err);
     }
     err << "tavoctl: unknown command '" << command << "'\n" << usage;
     return 2;

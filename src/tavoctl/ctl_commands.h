@@ -6,7 +6,13 @@
 namespace tavo::ctl {
 
 // Runs one tavoctl command line (without the program name) and returns the exit status.
-// Output and errors go to the given streams, so the commands can be driven in-process.
-int run(const QStringList& arguments, QTextStream& out, QTextStream& err);
+// Output and errors go to the given streams, and a password is read from `in`, so the commands
+// can be driven in-process.
+int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err);
+
+// The commands over the signed-in user's profile and the local accounts.
+int account(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err);
+int list(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int add(const QStringList& arguments, QTextStream& out, QTextStream& err);
 
 } // namespace tavo::ctl

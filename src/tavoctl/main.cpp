@@ -12,7 +12,8 @@ int main(int argc, char* argv[])
     // Dates follow the user's locale; numbers of the calculator never do (they pin their own).
     std::setlocale(LC_ALL, "");
 
+    QTextStream in(stdin);
     QTextStream out(stdout);
     QTextStream err(stderr);
-    return tavo::ctl::run(app.arguments().mid(1), out, err);
+    return tavo::ctl::run(app.arguments().mid(1), in, out, err);
 }

@@ -1,0 +1,177 @@
+#include "store/defaults.h"
+
+#include "store/store_files.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLockFile>
+#include <QStandardPaths>
+
+namespace tavo {
+
+namespace {
+
+// Long enough for a slow disk, short enough that a crashed writer's lock never blocks a user.
+constexpr int lockTimeoutMs = 5000;
+
+QString lockPathFor(const QString& filePath)
+{
+    return filePath + QStringLiteral(".lock");
+}
+
+} // namespace
+
+Defaults::Defaults(const QString& filePath, QObject* parent)
+    : QObject(parent)
+    , m_filePath(filePath)
+{
+    m_values = readFile();
+}
+
+Defaults::~Defaults() = default;
+
+QString Defaults::defaultFilePath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/Tavo/defaults.json");
+}
+
+QJsonObject Defaults::readFile()
+{
+    const JsonRead read = readJsonFile(m_filePath);
+    if (read.status == ReadStatus::Ok && read.document.isObject()) {
+        return read.document.object();
+    }
+    if (read.status != ReadStatus::Missing) {
+        m_lostUnreadableFile = true;
+    }
+    return {};
+}
+
+bool Defaults::contains(const QString& key) const
+{
+    return m_values.contains(key);
+}
+
+QJsonValue Defaults::value(const QString& key) const
+{
+    return m_values.value(key);
+}
+
+QStringList Defaults::keys() const
+{
+    return m_values.keys();
+}
+
+std::optional<QString> Defaults::string(const QString& key) const
+{
+    const QJsonValue v = m_values.value(key);
+    return v.isString() ? std::optional<QString>(v.toString()) : std::nullopt;
+}
+
+std::optional<bool> Defaults::boolean(const QString& key) const
+{
+    const QJsonValue v = m_values.value(key);
+    return v.isBool() ? std::optional<bool>(v.toBool()) : std::nullopt;
+}
+
+std::optional<double> Defaults::number(const QString& key) const
+{
+    const QJsonValue v = m_values.value(key);
+    return v.isDouble() ? std::optional<double>(v.toDouble()) : std::nullopt;
+}
+
+std::optional<QStringList> Defaults::stringList(const QString& key) const
+{
+    const QJsonValue v = m_values.value(key);
+    if (!v.isArray()) {
+        return std::nullopt;
+    }
+    QStringList list;
+    for (const QJsonValue& item : v.toArray()) {
+        if (!item.isString()) {
+            return std::nullopt;
+        }
+        list.append(item.toString());
+    }
+    return list;
+}
+
+void Defaults::setValue(const QString& key, const QJsonValue& value)
+{
+    if (value.isUndefined()) {
+        remove(key);
+        return;
+    }
+    write(key, value);
+}
+
+void Defaults::setStringList(const QString& key, const QStringList& value)
+{
+    write(key, QJsonArray::fromStringList(value));
+}
+
+void Defaults::remove(const QString& key)
+{
+    write(key, std::nullopt);
+}
+
+void Defaults::write(const QString& key, const std::optional<QJsonValue>& value)
+{
+    QDir().mkpath(QFileInfo(m_filePath).absolutePath());
+    QLockFile lock(lockPathFor(m_filePath));
+    lock.setStaleLockTime(lockTimeoutMs * 2);
+    const bool locked = lock.tryLock(lockTimeoutMs);
+
+    // Merge into what is on disk now, so keys another process wrote since our last read survive.
+    const JsonRead read = readJsonFile(m_filePath);
+    if (read.status == ReadStatus::Ok && read.document.isObject()) {
+        m_values = read.document.object();
+    } else if (read.status == ReadStatus::Unreadable) {
+        m_lostUnreadableFile = true;
+        keepUnreadableAside(m_filePath);
+    }
+    if (value) {
+        m_values.insert(key, *value);
+    } else {
+        m_values.remove(key);
+    }
+    writeJsonAtomically(m_filePath, QJsonDocument(m_values));
+    if (locked) {
+        lock.unlock();
+    }
+    emit valuesChanged();
+}
+
+void Defaults::reload()
+{
+    const JsonRead read = readJsonFile(m_filePath);
+    if (read.status == ReadStatus::Unreadable) {
+        // Keep what we know; the file is set aside when we next write.
+        m_lostUnreadableFile = true;
+        return;
+    }
+    QJsonObject values = read.status == ReadStatus::Ok ? read.document.object() : QJsonObject();
+    if (values != m_values) {
+        m_values = std::move(values);
+        emit valuesChanged();
+    }
+}
+
+void Defaults::watchForChanges()
+{
+    if (m_watcher) {
+        return;
+    }
+    const QString folder = QFileInfo(m_filePath).absolutePath();
+    QDir().mkpath(folder);
+    m_watcher = new QFileSystemWatcher(this);
+    // The folder, not the file: an atomic write replaces the file by rename, which ends a file watch.
+    m_watcher->addPath(folder);
+    connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, &Defaults::reload);
+}
+
+} // namespace tavo

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+class QFileSystemWatcher;
+
+namespace tavo {
+
+// The settings store: typed values under the product's key strings, in one JSON file
+// ($XDG_CONFIG_HOME/Tavo/defaults.json). An absent key and a present empty value differ, and a
+// value keeps its JSON type, so a Boolean is never mistaken for a number or a text.
+//
+// Tavo and tavoctl share the file. Every write re-reads the file under a lock and changes only
+// the keys written, so two processes never undo each other; `watchForChanges` makes a long-lived
+// process pick up what others wrote.
+class Defaults : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Defaults(const QString& filePath = defaultFilePath(), QObject* parent = nullptr);
+    ~Defaults() override;
+
+    static QString defaultFilePath();
+    QString filePath() const { return m_filePath; }
+
+    bool contains(const QString& key) const;
+    QJsonValue value(const QString& key) const; // Undefined when absent
+    QStringList keys() const;
+
+    // Typed reads: nothing when the key is absent or holds another type.
+    std::optional<QString> string(const QString& key) const;
+    std::optional<bool> boolean(const QString& key) const;
+    std::optional<double> number(const QString& key) const;
+    std::optional<QStringList> stringList(const QString& key) const;
+
+    bool flag(const QString& key) const { return boolean(key).value_or(false); }
+
+    void setValue(const QString& key, const QJsonValue& value);
+    void setString(const QString& key, const QString& value) { setValue(key, value); }
+    void setBoolean(const QString& key, bool value) { setValue(key, value); }
+    void setNumber(const QString& key, double value) { setValue(key, value); }
+    void setStringList(const QString& key, const QStringList& value);
+    void remove(const QString& key);
+
+    // Reads the file again, taking what other processes wrote.
+    void reload();
+    void watchForChanges();
+
+    // Whether the file existed but could not be read when this store was last loaded; it was
+    // kept aside before anything was written over it.
+    bool lostUnreadableFile() const { return m_lostUnreadableFile; }
+
+signals:
+    void valuesChanged();
+
+private:
+    void write(const QString& key, const std::optional<QJsonValue>& value);
+    QJsonObject readFile();
+
+    QString m_filePath;
+    QJsonObject m_values;
+    bool m_lostUnreadableFile = false;
+    QFileSystemWatcher* m_watcher = nullptr;
+};
+
+} // namespace tavo

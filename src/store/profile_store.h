@@ -1,0 +1,148 @@
+#pragma once
+
+#include "language/shortcut_record.h"
+#include "store/collections.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+class QFileSystemWatcher;
+
+namespace tavo {
+
+class Defaults;
+
+// The base64 name of a profile's folder: the trimmed, lower-cased identity, with "/" and "+"
+// made safe for file names and "=" dropped.
+QString tavoProfileSlug(const QString& identity);
+
+// The store of one local profile: its shortcuts, collection names, record library and hidden
+// collections. It starts on the root data folder and moves into a profile on activation.
+//
+// Callers change `clips`, definitions or records and then call save() or
+// saveCollectionLibrary(); collection names and the hidden list persist as they are set.
+class DB : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum class Access
+    {
+        ReadWrite,
+        // For commands that only look: loads without writing anything back, so a reader never
+        // competes with the application over the files.
+        ReadOnly,
+    };
+
+    // `rootFolder` empty means $XDG_DATA_HOME/Quill.
+    explicit DB(Defaults& defaults, const QString& rootFolder = {}, Access access = Access::ReadWrite,
+                QObject* parent = nullptr);
+
+    static QString defaultRootFolder();
+    QString rootFolder() const { return m_rootFolder; }
+    QString dir() const { return m_dir; }
+    QString attachmentsDir() const;
+    QString collectionDefaultsKey() const { return m_collectionDefaultsKey; }
+    QString hiddenDefaultsKey() const { return m_hiddenDefaultsKey; }
+    Defaults& defaults() const { return m_defaults; }
+
+    const QList<Clip>& clips() const { return m_clips; }
+    void setClips(QList<Clip> clips);
+
+    const QStringList& collections() const { return m_collections; }
+    void setCollections(QStringList collections); // persists, an equal list too
+
+    const QString& search() const { return m_search; }
+    void setSearch(const QString& search);
+
+    const QList<CollectionDefinition>& collectionDefinitions() const { return m_collectionDefinitions; }
+    void setCollectionDefinitions(QList<CollectionDefinition> definitions);
+
+    const QList<CollectionRecord>& collectionRecords() const { return m_collectionRecords; }
+    void setCollectionRecords(QList<CollectionRecord> records);
+
+    const QStringList& hiddenCollections() const { return m_hiddenCollections; }
+    void setHiddenCollections(QStringList hidden); // persists, an equal list too
+
+    bool isCollectionHidden(const QString& name) const;
+    QStringList visibleCollections() const;
+    QList<Clip> availableClips() const;
+    QList<Clip> found() const;
+
+    bool save();
+    bool saveCollectionLibrary();
+    void loadCollectionLibrary();
+
+    void activateProfile(const QString& identity, const std::optional<QString>& legacyEmail = std::nullopt);
+
+    // Renames a collection everywhere it is named: the list, shortcuts, definitions, records, the
+    // hidden list and builder settings. A blank new name changes nothing. The sheet's checks
+    // (validateCollectionRename) come first.
+    void renameCollection(const QString& from, const QString& to);
+    bool isProfileActive() const { return m_profileActive; }
+
+    // Whether the profile folder already holds shortcuts, so activating it migrates nothing.
+    bool profileExists(const QString& identity) const;
+
+    // Reads the profile's files again after another process changed them; emits only what changed.
+    void reloadFromDisk();
+    // Follows changes other processes make to the current folder.
+    void watchForChanges();
+
+signals:
+    void clipsChanged();
+    void collectionsChanged();
+    void searchChanged();
+    void collectionDefinitionsChanged();
+    void collectionRecordsChanged();
+    void hiddenCollectionsChanged();
+
+private:
+    struct FileStamp
+    {
+        qint64 size = -1;
+        qint64 modified = -1;
+        bool operator==(const FileStamp&) const = default;
+    };
+
+    QString filePath(const QString& name) const;
+    QString profileFolder(const QString& slug) const;
+    void writeCollectionList();
+    bool rootClaimedAlready(const QString& ownSlug) const;
+    std::optional<QList<Clip>> migrateEmailProfile(const QString& profileFolder, const QString& legacyEmail,
+                                                   const QString& slug);
+    QList<Clip> claimRootStore(const QString& profileFolder, const QString& slug);
+    QList<Clip> readClips(const QString& path, bool* readable = nullptr) const;
+    template<typename T>
+    bool saveList(const QString& name, QList<T>& current, QList<T>& base);
+    FileStamp stampOf(const QString& path) const;
+    void remember(const QString& path);
+
+    bool m_readOnly = false;
+    QHash<QString, FileStamp> m_stamps; // what each file looked like when we last read or wrote it
+    QList<Clip> m_clipsBase;            // the lists as last read or written, for merging
+    QList<CollectionDefinition> m_definitionsBase;
+    QList<CollectionRecord> m_recordsBase;
+    QFileSystemWatcher* m_watcher = nullptr;
+
+    Defaults& m_defaults;
+    QString m_rootFolder;
+    QString m_dir;
+    QString m_collectionDefaultsKey;
+    QString m_hiddenDefaultsKey;
+    bool m_profileActive = false;
+
+    QList<Clip> m_clips;
+    QStringList m_collections;
+    QString m_search;
+    QList<CollectionDefinition> m_collectionDefinitions;
+    QList<CollectionRecord> m_collectionRecords;
+    QStringList m_hiddenCollections;
+};
+
+} // namespace tavo
