@@ -8,7 +8,14 @@ namespace tavo {
 
 // Dates and times a person reads are formatted with ICU, so they follow the user's locale the
 // way the rest of the desktop does ("January 5, 2025", "3:07 PM").
-enum class DateStyle { None, Short, Medium, Long, Full };
+enum class DateStyle
+{
+    None,
+    Short,
+    Medium,
+    Long,
+    Full
+};
 
 // `locale` is an ICU locale name ("en_US", "de_DE"); empty means the process's default locale,
 // which ICU takes from LANG / LC_ALL. `timeZoneId` is an IANA identifier; empty means the local

@@ -24,7 +24,10 @@ public:
     static QString formatted(double value);
 
 private:
-    explicit MathExpression(QStringView chars) : m_chars(chars) {}
+    explicit MathExpression(QStringView chars)
+        : m_chars(chars)
+    {
+    }
 
     std::optional<double> expression();
     std::optional<double> term();

@@ -1,8 +1,9 @@
 #include "language/shortcut_record.h"
 
+#include "language/json_stream.h"
 #include "language/text_utils.h"
 
-#include <QJsonValue>
+#include <QJsonDocument>
 
 namespace tavo {
 
@@ -10,73 +11,9 @@ namespace {
 
 // Known key suffixes, in the order the key-moving rule tries them.
 constexpr QLatin1StringView suffixesForMoving[] = {
-    QLatin1StringView(".app"), QLatin1StringView(".ai"),  QLatin1StringView(".web"),
+    QLatin1StringView(".app"),   QLatin1StringView(".ai"),  QLatin1StringView(".web"),
     QLatin1StringView(".media"), QLatin1StringView(".gif"), QLatin1StringView(".e"),
 };
-
-const QString keyId = QStringLiteral("id");
-const QString keyKey = QStringLiteral("key");
-const QString keyName = QStringLiteral("name");
-const QString keyText = QStringLiteral("text");
-const QString keyGroup = QStringLiteral("group");
-const QString keyFiles = QStringLiteral("files");
-const QString keyDirectMediaPaste = QStringLiteral("directMediaPaste");
-const QString keyGroups = QStringLiteral("groups");
-const QString keyAppBundleIdentifier = QStringLiteral("appBundleIdentifier");
-const QString keyAppPath = QStringLiteral("appPath");
-const QString keyIsMathResult = QStringLiteral("isMathResult");
-const QString keyWebURL = QStringLiteral("webURL");
-const QString keyDefaultMediaArticle = QStringLiteral("defaultMediaArticle");
-
-// Strict readers: a wrong type or null is a failure, never a quiet default.
-std::optional<QString> readString(const QJsonValue& value)
-{
-    if (!value.isString()) {
-        return std::nullopt;
-    }
-    return value.toString();
-}
-
-std::optional<QStringList> readStringList(const QJsonValue& value)
-{
-    if (!value.isArray()) {
-        return std::nullopt;
-    }
-    QStringList list;
-    const QJsonArray array = value.toArray();
-    list.reserve(array.size());
-    for (const QJsonValue& item : array) {
-        if (!item.isString()) {
-            return std::nullopt;
-        }
-        list.append(item.toString());
-    }
-    return list;
-}
-
-// An optional key: absent or null leaves the field absent; a value of the wrong type fails.
-template<typename T, typename Reader>
-bool readOptional(const QJsonObject& object, const QString& key, std::optional<T>& field, Reader read)
-{
-    const QJsonValue value = object.value(key);
-    if (value.isUndefined() || value.isNull()) {
-        return true;
-    }
-    std::optional<T> parsed = read(value);
-    if (!parsed) {
-        return false;
-    }
-    field = std::move(*parsed);
-    return true;
-}
-
-std::optional<bool> readBool(const QJsonValue& value)
-{
-    if (!value.isBool()) {
-        return std::nullopt;
-    }
-    return value.toBool();
-}
 
 } // namespace
 
@@ -93,97 +30,190 @@ QStringList Clip::allGroups() const
     return result;
 }
 
-QJsonObject Clip::toJson() const
+void writeClip(JsonWriter& writer, const Clip& clip)
 {
-    QJsonObject object{
-        {keyId, uuidText(id)},
-        {keyKey, key},
-        {keyName, name},
-        {keyText, text},
-        {keyGroup, group},
-        {keyFiles, QJsonArray::fromStringList(files)},
-    };
-    if (directMediaPaste) {
-        object.insert(keyDirectMediaPaste, *directMediaPaste);
+    writer.beginObject();
+    writer.key(QLatin1StringView("id"));
+    writer.value(uuidText(clip.id));
+    writer.key(QLatin1StringView("key"));
+    writer.value(clip.key);
+    writer.key(QLatin1StringView("name"));
+    writer.value(clip.name);
+    writer.key(QLatin1StringView("text"));
+    writer.value(clip.text);
+    writer.key(QLatin1StringView("group"));
+    writer.value(clip.group);
+    writer.key(QLatin1StringView("files"));
+    writer.value(clip.files);
+    // Absent optionals are left out rather than written as null.
+    if (clip.directMediaPaste) {
+        writer.key(QLatin1StringView("directMediaPaste"));
+        writer.value(*clip.directMediaPaste);
     }
-    if (groups) {
-        object.insert(keyGroups, QJsonArray::fromStringList(*groups));
+    if (clip.groups) {
+        writer.key(QLatin1StringView("groups"));
+        writer.value(*clip.groups);
     }
-    if (appBundleIdentifier) {
-        object.insert(keyAppBundleIdentifier, *appBundleIdentifier);
+    if (clip.appBundleIdentifier) {
+        writer.key(QLatin1StringView("appBundleIdentifier"));
+        writer.value(*clip.appBundleIdentifier);
     }
-    if (appPath) {
-        object.insert(keyAppPath, *appPath);
+    if (clip.appPath) {
+        writer.key(QLatin1StringView("appPath"));
+        writer.value(*clip.appPath);
     }
-    if (isMathResult) {
-        object.insert(keyIsMathResult, *isMathResult);
+    if (clip.isMathResult) {
+        writer.key(QLatin1StringView("isMathResult"));
+        writer.value(*clip.isMathResult);
     }
-    if (webURL) {
-        object.insert(keyWebURL, *webURL);
+    if (clip.webURL) {
+        writer.key(QLatin1StringView("webURL"));
+        writer.value(*clip.webURL);
     }
-    if (defaultMediaArticle) {
-        object.insert(keyDefaultMediaArticle, *defaultMediaArticle);
+    if (clip.defaultMediaArticle) {
+        writer.key(QLatin1StringView("defaultMediaArticle"));
+        writer.value(*clip.defaultMediaArticle);
     }
-    return object;
+    writer.endObject();
 }
 
-std::optional<Clip> Clip::fromJson(const QJsonObject& object)
+std::optional<Clip> readClip(JsonReader& reader)
 {
-    const std::optional<QString> idText = readString(object.value(keyId));
-    const std::optional<QUuid> id = idText ? parseUuid(*idText) : std::nullopt;
-    std::optional<QString> key = readString(object.value(keyKey));
-    std::optional<QString> name = readString(object.value(keyName));
-    std::optional<QString> text = readString(object.value(keyText));
-    std::optional<QString> group = readString(object.value(keyGroup));
-    std::optional<QStringList> files = readStringList(object.value(keyFiles));
-    if (!id || !key || !name || !text || !group || !files) {
+    if (!reader.beginObject()) {
         return std::nullopt;
     }
-
     Clip clip;
-    clip.id = *id;
-    clip.key = std::move(*key);
-    clip.name = std::move(*name);
-    clip.text = std::move(*text);
-    clip.group = std::move(*group);
-    clip.files = std::move(*files);
-    const bool optionalsRead = readOptional(object, keyDirectMediaPaste, clip.directMediaPaste, readBool)
-                               && readOptional(object, keyGroups, clip.groups, readStringList)
-                               && readOptional(object, keyAppBundleIdentifier, clip.appBundleIdentifier, readString)
-                               && readOptional(object, keyAppPath, clip.appPath, readString)
-                               && readOptional(object, keyIsMathResult, clip.isMathResult, readBool)
-                               && readOptional(object, keyWebURL, clip.webURL, readString)
-                               && readOptional(object, keyDefaultMediaArticle, clip.defaultMediaArticle, readString);
-    if (!optionalsRead) {
+    enum Required : unsigned
+    {
+        Id = 1,
+        Key = 2,
+        Name = 4,
+        Text = 8,
+        Group = 16,
+        Files = 32,
+        All = 63
+    };
+    unsigned found = 0;
+    auto required = [&](QString& field, Required bit) {
+        std::optional<QString> value = reader.readString();
+        if (!value) {
+            return false;
+        }
+        field = std::move(*value);
+        found |= bit;
+        return true;
+    };
+    auto text = [&] { return reader.readString(); };
+    auto flag = [&] { return reader.readBool(); };
+    auto list = [&] { return reader.readStringList(); };
+
+    while (const std::optional<QByteArrayView> key = reader.nextKey()) {
+        bool ok = true;
+        if (*key == "id") {
+            const std::optional<QByteArrayView> idText = reader.readRawString();
+            const std::optional<QUuid> id = idText ? parseUuid(QLatin1StringView(*idText)) : std::nullopt;
+            ok = id.has_value();
+            if (ok) {
+                clip.id = *id;
+                found |= Id;
+            }
+        } else if (*key == "key") {
+            ok = required(clip.key, Key);
+        } else if (*key == "name") {
+            ok = required(clip.name, Name);
+        } else if (*key == "text") {
+            ok = required(clip.text, Text);
+        } else if (*key == "group") {
+            ok = required(clip.group, Group);
+        } else if (*key == "files") {
+            std::optional<QStringList> files = reader.readStringList();
+            ok = files.has_value();
+            if (ok) {
+                clip.files = std::move(*files);
+                found |= Files;
+            }
+        } else if (*key == "directMediaPaste") {
+            ok = readOptional(reader, clip.directMediaPaste, flag);
+        } else if (*key == "groups") {
+            ok = readOptional(reader, clip.groups, list);
+        } else if (*key == "appBundleIdentifier") {
+            ok = readOptional(reader, clip.appBundleIdentifier, text);
+        } else if (*key == "appPath") {
+            ok = readOptional(reader, clip.appPath, text);
+        } else if (*key == "isMathResult") {
+            ok = readOptional(reader, clip.isMathResult, flag);
+        } else if (*key == "webURL") {
+            ok = readOptional(reader, clip.webURL, text);
+        } else if (*key == "defaultMediaArticle") {
+            ok = readOptional(reader, clip.defaultMediaArticle, text);
+        } else {
+            ok = reader.skipValue(); // a key of a newer version
+        }
+        if (!ok) {
+            reader.fail();
+            return std::nullopt;
+        }
+    }
+    if (reader.failed() || found != All) {
         return std::nullopt;
     }
     return clip;
 }
 
+QByteArray clipsToJsonBytes(const QList<Clip>& clips)
+{
+    JsonWriter writer(clips.size() * 320); // a little over a typical clip, so it rarely grows
+    writer.beginArray();
+    for (const Clip& clip : clips) {
+        writeClip(writer, clip);
+    }
+    writer.endArray();
+    return writer.take();
+}
+
+std::optional<QList<Clip>> clipsFromJsonBytes(QByteArrayView json)
+{
+    // Thousands of shortcuts name the same few collections: one shared copy of each name.
+    StringPool names;
+    return readJsonArray<Clip>(json, [&names](JsonReader& reader) {
+        std::optional<Clip> clip = readClip(reader);
+        if (clip) {
+            names.intern(clip->group);
+            if (clip->groups) {
+                for (QString& group : *clip->groups) {
+                    names.intern(group);
+                }
+            }
+        }
+        return clip;
+    });
+}
+
+// The QJson forms go through the same codec, so there is one set of rules.
+
+QJsonObject Clip::toJson() const
+{
+    JsonWriter writer;
+    writeClip(writer, *this);
+    return QJsonDocument::fromJson(writer.take()).object();
+}
+
+std::optional<Clip> Clip::fromJson(const QJsonObject& object)
+{
+    const QByteArray json = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    JsonReader reader(json);
+    std::optional<Clip> clip = readClip(reader);
+    return clip && reader.atEnd() ? clip : std::nullopt;
+}
+
 QJsonArray clipsToJson(const QList<Clip>& clips)
 {
-    QJsonArray array;
-    for (const Clip& clip : clips) {
-        array.append(clip.toJson());
-    }
-    return array;
+    return QJsonDocument::fromJson(clipsToJsonBytes(clips)).array();
 }
 
 std::optional<QList<Clip>> clipsFromJson(const QJsonArray& array)
 {
-    QList<Clip> clips;
-    clips.reserve(array.size());
-    for (const QJsonValue& value : array) {
-        if (!value.isObject()) {
-            return std::nullopt;
-        }
-        std::optional<Clip> clip = Clip::fromJson(value.toObject());
-        if (!clip) {
-            return std::nullopt;
-        }
-        clips.append(std::move(*clip));
-    }
-    return clips;
+    return clipsFromJsonBytes(QJsonDocument(array).toJson(QJsonDocument::Compact));
 }
 
 QString uuidText(const QUuid& id)
@@ -191,14 +221,14 @@ QString uuidText(const QUuid& id)
     return id.toString(QUuid::WithoutBraces).toUpper();
 }
 
-std::optional<QUuid> parseUuid(const QString& text)
+std::optional<QUuid> parseUuid(QAnyStringView text)
 {
     // Only the plain 36-character form: QUuid would also take braces, which no stored file holds.
     if (text.size() != 36) {
         return std::nullopt;
     }
     const QUuid id = QUuid::fromString(text);
-    if (id.isNull() && text != QLatin1String("00000000-0000-0000-0000-000000000000")) {
+    if (id.isNull() && !QAnyStringView::equal(text, QLatin1StringView("00000000-0000-0000-0000-000000000000"))) {
         return std::nullopt;
     }
     return id;
@@ -207,10 +237,10 @@ std::optional<QUuid> parseUuid(const QString& text)
 const QStringList& builtInCollections()
 {
     static const QStringList names{
-        QStringLiteral("Applications"), QStringLiteral("AI Engines"), QStringLiteral("Websites & URLs"),
-        QStringLiteral("Media files"),  QStringLiteral("Emoticons"),  QStringLiteral("GIFs"),
-        QStringLiteral("Invoices"),     QStringLiteral("Customers"),  QStringLiteral("Products"),
-        QStringLiteral("AI Utilities"), QStringLiteral("Personal"),   QStringLiteral("Work"),
+        QStringLiteral("Applications"), QStringLiteral("AI Engines"),     QStringLiteral("Websites & URLs"),
+        QStringLiteral("Media files"),  QStringLiteral("Emoticons"),      QStringLiteral("GIFs"),
+        QStringLiteral("Invoices"),     QStringLiteral("Customers"),      QStringLiteral("Products"),
+        QStringLiteral("AI Utilities"), QStringLiteral("Personal"),       QStringLiteral("Work"),
         QStringLiteral("Writing"),      QStringLiteral("Live & dynamic"), QStringLiteral("Sound & media"),
         QStringLiteral("Imported"),
     };

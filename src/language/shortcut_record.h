@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAnyStringView>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
@@ -38,14 +39,31 @@ struct Clip
     bool operator==(const Clip&) const = default;
 };
 
+class JsonReader;
+class JsonWriter;
+
+// The codec itself, on the streaming JSON reader and writer; the QJson forms above use it too.
+void writeClip(JsonWriter& writer, const Clip& clip);
+std::optional<Clip> readClip(JsonReader& reader);
+
+} // namespace tavo
+
+// Moving a clip in memory needs none of its members' help, so lists of a hundred thousand grow
+// by a block copy.
+Q_DECLARE_TYPEINFO(tavo::Clip, Q_RELOCATABLE_TYPE);
+
+namespace tavo {
+
 // A list of clips; the decode of the whole list fails on the first record that does not decode.
+QByteArray clipsToJsonBytes(const QList<Clip>& clips);
+std::optional<QList<Clip>> clipsFromJsonBytes(QByteArrayView json);
 QJsonArray clipsToJson(const QList<Clip>& clips);
 std::optional<QList<Clip>> clipsFromJson(const QJsonArray& array);
 
 // The UUID text form used in every stored file: upper case, no braces.
 QString uuidText(const QUuid& id);
 // Reads a UUID in the 36-character hyphenated form, either case; nothing otherwise.
-std::optional<QUuid> parseUuid(const QString& text);
+std::optional<QUuid> parseUuid(QAnyStringView text);
 
 // The sixteen collections every profile offers, in their display order.
 const QStringList& builtInCollections();

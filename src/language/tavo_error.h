@@ -21,8 +21,14 @@ template<typename T>
 class Result
 {
 public:
-    Result(T value) : m_state(std::move(value)) {}
-    Result(TavoError error) : m_state(std::move(error)) {}
+    Result(T value)
+        : m_state(std::move(value))
+    {
+    }
+    Result(TavoError error)
+        : m_state(std::move(error))
+    {
+    }
 
     bool ok() const { return std::holds_alternative<T>(m_state); }
     explicit operator bool() const { return ok(); }

@@ -68,8 +68,8 @@ std::optional<ShortcutBatchRequest> bangForm(const QString& body)
     }
     // Asking for the second of a series means the user wants the long run up to twenty.
     const qint64 span = start == 2 ? 18 : 9;
-    const qint64 end = start > std::numeric_limits<qint64>::max() - span ? std::numeric_limits<qint64>::max()
-                                                                          : start + span;
+    const qint64 end =
+        start > std::numeric_limits<qint64>::max() - span ? std::numeric_limits<qint64>::max() : start + span;
     return ShortcutBatchRequest{numberedKeys(prefix, start, end), batchLineSeparator};
 }
 

@@ -1,10 +1,11 @@
 #include "store/collections.h"
 
+#include "language/json_stream.h"
 #include "language/text_utils.h"
 #include "language/triggers.h"
 
 #include <QHash>
-#include <QJsonValue>
+#include <QJsonDocument>
 #include <QSet>
 #include <QStringMatcher>
 #include <QUuid>
@@ -22,113 +23,95 @@ constexpr qint64 referenceEpochMsecs = Q_INT64_C(978307200000);
 // Beyond a few million years a stored date is corrupt, and the conversion would overflow.
 constexpr double largestReferenceSeconds = 1e14;
 
-const QString keyId = QStringLiteral("id");
-const QString keyName = QStringLiteral("name");
-const QString keyType = QStringLiteral("type");
-const QString keyRequired = QStringLiteral("required");
-const QString keyDefaultValue = QStringLiteral("defaultValue");
-const QString keyDescription = QStringLiteral("description");
-const QString keyFields = QStringLiteral("fields");
-const QString keyUpdatedAt = QStringLiteral("updatedAt");
-const QString keyCategory = QStringLiteral("category");
-const QString keyCollection = QStringLiteral("collection");
-const QString keyAlias = QStringLiteral("alias");
-const QString keyValues = QStringLiteral("values");
-const QString keyFiles = QStringLiteral("files");
-
-// Strict readers: a missing key, null or another type is a failure, never a quiet default.
-std::optional<QString> readString(const QJsonObject& object, const QString& key)
+std::optional<QDateTime> readDate(JsonReader& reader)
 {
-    const QJsonValue value = object.value(key);
-    if (!value.isString()) {
+    const std::optional<double> seconds = reader.readNumber();
+    if (!seconds) {
         return std::nullopt;
     }
-    return value.toString();
-}
-
-std::optional<bool> readBool(const QJsonObject& object, const QString& key)
-{
-    const QJsonValue value = object.value(key);
-    if (!value.isBool()) {
-        return std::nullopt;
-    }
-    return value.toBool();
-}
-
-std::optional<QDateTime> readDate(const QJsonObject& object, const QString& key)
-{
-    const QJsonValue value = object.value(key);
-    if (!value.isDouble()) {
-        return std::nullopt;
-    }
-    const QDateTime moment = fromReferenceSeconds(value.toDouble());
+    const QDateTime moment = fromReferenceSeconds(*seconds);
     if (!moment.isValid()) {
         return std::nullopt;
     }
     return moment;
 }
 
-std::optional<QStringList> readStringList(const QJsonObject& object, const QString& key)
+std::optional<QMap<QString, QString>> readStringMap(JsonReader& reader)
 {
-    const QJsonValue value = object.value(key);
-    if (!value.isArray()) {
+    if (!reader.beginObject()) {
         return std::nullopt;
     }
-    const QJsonArray array = value.toArray();
-    QStringList list;
-    list.reserve(array.size());
-    for (const QJsonValue& item : array) {
-        if (!item.isString()) {
+    QMap<QString, QString> map;
+    while (const std::optional<QByteArrayView> key = reader.nextKey()) {
+        const QString name = QString::fromUtf8(*key);
+        std::optional<QString> value = reader.readString();
+        if (!value) {
             return std::nullopt;
         }
-        list.append(item.toString());
+        map.insert(name, std::move(*value));
     }
-    return list;
-}
-
-std::optional<QMap<QString, QString>> readStringMap(const QJsonObject& object, const QString& key)
-{
-    const QJsonValue value = object.value(key);
-    if (!value.isObject()) {
+    if (reader.failed()) {
         return std::nullopt;
     }
-    const QJsonObject map = value.toObject();
-    QMap<QString, QString> result;
-    for (auto it = map.constBegin(); it != map.constEnd(); ++it) {
-        if (!it.value().isString()) {
-            return std::nullopt;
-        }
-        result.insert(it.key(), it.value().toString());
-    }
-    return result;
+    return map;
 }
 
-template<typename T>
-QJsonArray listToJson(const QList<T>& items)
+// Reads the members of one object with `member(key)`, which reads the value and says whether it
+// was good, then checks that every bit of `all` was seen.
+template<typename Member>
+bool readMembers(JsonReader& reader, unsigned& seen, unsigned all, Member member)
 {
-    QJsonArray array;
+    if (!reader.beginObject()) {
+        return false;
+    }
+    while (const std::optional<QByteArrayView> key = reader.nextKey()) {
+        if (!member(*key)) {
+            return reader.fail();
+        }
+    }
+    return !reader.failed() && seen == all;
+}
+
+// Stores a required text member and notes that it was seen.
+bool readInto(JsonReader& reader, QString& field, unsigned& seen, unsigned bit)
+{
+    std::optional<QString> value = reader.readString();
+    if (!value) {
+        return false;
+    }
+    field = std::move(*value);
+    seen |= bit;
+    return true;
+}
+
+template<typename T, typename Write>
+QByteArray writeList(const QList<T>& items, qsizetype sizeHint, Write write)
+{
+    JsonWriter writer(items.size() * sizeHint);
+    writer.beginArray();
     for (const T& item : items) {
-        array.append(item.toJson());
+        write(writer, item);
     }
-    return array;
+    writer.endArray();
+    return writer.take();
 }
 
-template<typename T>
-std::optional<QList<T>> listFromJson(const QJsonArray& array)
+// The QJson forms go through the byte codecs, so there is one set of rules.
+template<typename T, typename Write>
+QJsonObject toJsonObject(const T& item, Write write)
 {
-    QList<T> items;
-    items.reserve(array.size());
-    for (const QJsonValue& value : array) {
-        if (!value.isObject()) {
-            return std::nullopt;
-        }
-        std::optional<T> item = T::fromJson(value.toObject());
-        if (!item) {
-            return std::nullopt;
-        }
-        items.append(std::move(*item));
-    }
-    return items;
+    JsonWriter writer;
+    write(writer, item);
+    return QJsonDocument::fromJson(writer.take()).object();
+}
+
+template<typename T, typename Read>
+std::optional<T> fromJsonObject(const QJsonObject& object, Read read)
+{
+    const QByteArray json = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    JsonReader reader(json);
+    std::optional<T> item = read(reader);
+    return item && reader.atEnd() ? item : std::nullopt;
 }
 
 bool equalsIgnoringCase(const QString& a, const QString& b)
@@ -277,25 +260,194 @@ QDateTime fromReferenceSeconds(double seconds)
     return QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC);
 }
 
+void writeFieldDefinition(JsonWriter& writer, const CollectionFieldDefinition& field)
+{
+    writer.beginObject();
+    writer.key(QLatin1StringView("id"));
+    writer.value(field.id);
+    writer.key(QLatin1StringView("name"));
+    writer.value(field.name);
+    writer.key(QLatin1StringView("type"));
+    writer.value(field.type);
+    writer.key(QLatin1StringView("required"));
+    writer.value(field.required);
+    writer.key(QLatin1StringView("defaultValue"));
+    writer.value(field.defaultValue);
+    writer.endObject();
+}
+
+std::optional<CollectionFieldDefinition> readFieldDefinition(JsonReader& reader)
+{
+    CollectionFieldDefinition field;
+    unsigned seen = 0;
+    const bool ok = readMembers(reader, seen, 31, [&](QByteArrayView key) {
+        if (key == "id") {
+            return readInto(reader, field.id, seen, 1);
+        }
+        if (key == "name") {
+            return readInto(reader, field.name, seen, 2);
+        }
+        if (key == "type") {
+            return readInto(reader, field.type, seen, 4);
+        }
+        if (key == "required") {
+            const std::optional<bool> required = reader.readBool();
+            field.required = required.value_or(false);
+            seen |= required ? 8 : 0;
+            return required.has_value();
+        }
+        if (key == "defaultValue") {
+            return readInto(reader, field.defaultValue, seen, 16);
+        }
+        return reader.skipValue();
+    });
+    return ok ? std::optional(std::move(field)) : std::nullopt;
+}
+
+void writeDefinition(JsonWriter& writer, const CollectionDefinition& definition)
+{
+    writer.beginObject();
+    writer.key(QLatin1StringView("id"));
+    writer.value(definition.id);
+    writer.key(QLatin1StringView("name"));
+    writer.value(definition.name);
+    writer.key(QLatin1StringView("description"));
+    writer.value(definition.description);
+    writer.key(QLatin1StringView("fields"));
+    writer.beginArray();
+    for (const CollectionFieldDefinition& field : definition.fields) {
+        writeFieldDefinition(writer, field);
+    }
+    writer.endArray();
+    writer.key(QLatin1StringView("updatedAt"));
+    writer.value(referenceSeconds(definition.updatedAt));
+    if (definition.category) {
+        writer.key(QLatin1StringView("category"));
+        writer.value(*definition.category);
+    }
+    writer.endObject();
+}
+
+std::optional<CollectionDefinition> readDefinition(JsonReader& reader)
+{
+    CollectionDefinition definition;
+    unsigned seen = 0;
+    const bool ok = readMembers(reader, seen, 31, [&](QByteArrayView key) {
+        if (key == "id") {
+            return readInto(reader, definition.id, seen, 1);
+        }
+        if (key == "name") {
+            return readInto(reader, definition.name, seen, 2);
+        }
+        if (key == "description") {
+            return readInto(reader, definition.description, seen, 4);
+        }
+        if (key == "fields") {
+            std::optional<QList<CollectionFieldDefinition>> fields;
+            if (reader.beginArray()) {
+                fields.emplace();
+                while (reader.nextElement()) {
+                    std::optional<CollectionFieldDefinition> field = readFieldDefinition(reader);
+                    if (!field) {
+                        return false;
+                    }
+                    fields->append(std::move(*field));
+                }
+            }
+            if (!fields || reader.failed()) {
+                return false;
+            }
+            definition.fields = std::move(*fields);
+            seen |= 8;
+            return true;
+        }
+        if (key == "updatedAt") {
+            const std::optional<QDateTime> updatedAt = readDate(reader);
+            definition.updatedAt = updatedAt.value_or(QDateTime());
+            seen |= updatedAt ? 16 : 0;
+            return updatedAt.has_value();
+        }
+        if (key == "category") {
+            return readOptional(reader, definition.category, [&] { return reader.readString(); });
+        }
+        return reader.skipValue();
+    });
+    return ok ? std::optional(std::move(definition)) : std::nullopt;
+}
+
+void writeRecord(JsonWriter& writer, const CollectionRecord& record)
+{
+    writer.beginObject();
+    writer.key(QLatin1StringView("id"));
+    writer.value(record.id);
+    writer.key(QLatin1StringView("collection"));
+    writer.value(record.collection);
+    writer.key(QLatin1StringView("name"));
+    writer.value(record.name);
+    writer.key(QLatin1StringView("alias"));
+    writer.value(record.alias);
+    writer.key(QLatin1StringView("values"));
+    writer.beginObject();
+    for (auto it = record.values.constBegin(); it != record.values.constEnd(); ++it) {
+        writer.key(it.key());
+        writer.value(it.value());
+    }
+    writer.endObject();
+    writer.key(QLatin1StringView("files"));
+    writer.value(record.files);
+    writer.key(QLatin1StringView("updatedAt"));
+    writer.value(referenceSeconds(record.updatedAt));
+    writer.endObject();
+}
+
+std::optional<CollectionRecord> readRecord(JsonReader& reader)
+{
+    CollectionRecord record;
+    unsigned seen = 0;
+    const bool ok = readMembers(reader, seen, 127, [&](QByteArrayView key) {
+        if (key == "id") {
+            return readInto(reader, record.id, seen, 1);
+        }
+        if (key == "collection") {
+            return readInto(reader, record.collection, seen, 2);
+        }
+        if (key == "name") {
+            return readInto(reader, record.name, seen, 4);
+        }
+        if (key == "alias") {
+            return readInto(reader, record.alias, seen, 8);
+        }
+        if (key == "values") {
+            std::optional<QMap<QString, QString>> values = readStringMap(reader);
+            record.values = values.value_or(QMap<QString, QString>());
+            seen |= values ? 16 : 0;
+            return values.has_value();
+        }
+        if (key == "files") {
+            std::optional<QStringList> files = reader.readStringList();
+            record.files = files.value_or(QStringList());
+            seen |= files ? 32 : 0;
+            return files.has_value();
+        }
+        if (key == "updatedAt") {
+            const std::optional<QDateTime> updatedAt = readDate(reader);
+            record.updatedAt = updatedAt.value_or(QDateTime());
+            seen |= updatedAt ? 64 : 0;
+            return updatedAt.has_value();
+        }
+        return reader.skipValue();
+    });
+    return ok ? std::optional(std::move(record)) : std::nullopt;
+}
+
 QJsonObject CollectionFieldDefinition::toJson() const
 {
-    return QJsonObject{
-        {keyId, id}, {keyName, name}, {keyType, type}, {keyRequired, required}, {keyDefaultValue, defaultValue},
-    };
+    return toJsonObject(*this, writeFieldDefinition);
 }
 
 std::optional<CollectionFieldDefinition> CollectionFieldDefinition::fromJson(const QJsonObject& object)
 {
-    std::optional<QString> id = readString(object, keyId);
-    std::optional<QString> name = readString(object, keyName);
-    std::optional<QString> type = readString(object, keyType);
-    const std::optional<bool> required = readBool(object, keyRequired);
-    std::optional<QString> defaultValue = readString(object, keyDefaultValue);
-    if (!id || !name || !type || !required || !defaultValue) {
-        return std::nullopt;
-    }
-    return CollectionFieldDefinition{std::move(*id), std::move(*name), std::move(*type), *required,
-                                     std::move(*defaultValue)};
+    return fromJsonObject<CollectionFieldDefinition>(object, readFieldDefinition);
 }
 
 CollectionDefinition CollectionDefinition::emptyFor(const QString& name, const QDateTime& now)
@@ -309,98 +461,77 @@ CollectionDefinition CollectionDefinition::emptyFor(const QString& name, const Q
 
 QJsonObject CollectionDefinition::toJson() const
 {
-    QJsonObject object{
-        {keyId, id},
-        {keyName, name},
-        {keyDescription, description},
-        {keyFields, listToJson(fields)},
-        {keyUpdatedAt, referenceSeconds(updatedAt)},
-    };
-    if (category) {
-        object.insert(keyCategory, *category);
-    }
-    return object;
+    return toJsonObject(*this, writeDefinition);
 }
 
 std::optional<CollectionDefinition> CollectionDefinition::fromJson(const QJsonObject& object)
 {
-    std::optional<QString> id = readString(object, keyId);
-    std::optional<QString> name = readString(object, keyName);
-    std::optional<QString> description = readString(object, keyDescription);
-    const QJsonValue fieldsValue = object.value(keyFields);
-    std::optional<QList<CollectionFieldDefinition>> fields =
-        fieldsValue.isArray() ? listFromJson<CollectionFieldDefinition>(fieldsValue.toArray()) : std::nullopt;
-    std::optional<QDateTime> updatedAt = readDate(object, keyUpdatedAt);
-    if (!id || !name || !description || !fields || !updatedAt) {
-        return std::nullopt;
-    }
-
-    CollectionDefinition definition;
-    definition.id = std::move(*id);
-    definition.name = std::move(*name);
-    definition.description = std::move(*description);
-    definition.fields = std::move(*fields);
-    definition.updatedAt = *updatedAt;
-    const QJsonValue category = object.value(keyCategory);
-    if (category.isString()) {
-        definition.category = category.toString();
-    } else if (!category.isUndefined() && !category.isNull()) {
-        return std::nullopt;
-    }
-    return definition;
+    return fromJsonObject<CollectionDefinition>(object, readDefinition);
 }
 
 QJsonObject CollectionRecord::toJson() const
 {
-    QJsonObject valuesObject;
-    for (auto it = values.constBegin(); it != values.constEnd(); ++it) {
-        valuesObject.insert(it.key(), it.value());
-    }
-    return QJsonObject{
-        {keyId, id},
-        {keyCollection, collection},
-        {keyName, name},
-        {keyAlias, alias},
-        {keyValues, valuesObject},
-        {keyFiles, QJsonArray::fromStringList(files)},
-        {keyUpdatedAt, referenceSeconds(updatedAt)},
-    };
+    return toJsonObject(*this, writeRecord);
 }
 
 std::optional<CollectionRecord> CollectionRecord::fromJson(const QJsonObject& object)
 {
-    std::optional<QString> id = readString(object, keyId);
-    std::optional<QString> collection = readString(object, keyCollection);
-    std::optional<QString> name = readString(object, keyName);
-    std::optional<QString> alias = readString(object, keyAlias);
-    std::optional<QMap<QString, QString>> values = readStringMap(object, keyValues);
-    std::optional<QStringList> files = readStringList(object, keyFiles);
-    std::optional<QDateTime> updatedAt = readDate(object, keyUpdatedAt);
-    if (!id || !collection || !name || !alias || !values || !files || !updatedAt) {
-        return std::nullopt;
-    }
-    return CollectionRecord{std::move(*id),     std::move(*collection), std::move(*name), std::move(*alias),
-                            std::move(*values), std::move(*files),      *updatedAt};
+    return fromJsonObject<CollectionRecord>(object, readRecord);
+}
+
+QByteArray definitionsToJsonBytes(const QList<CollectionDefinition>& definitions)
+{
+    return writeList(definitions, 256, writeDefinition);
+}
+
+std::optional<QList<CollectionDefinition>> definitionsFromJsonBytes(QByteArrayView json)
+{
+    return readJsonArray<CollectionDefinition>(json, readDefinition);
+}
+
+QByteArray recordsToJsonBytes(const QList<CollectionRecord>& records)
+{
+    return writeList(records, 320, writeRecord);
+}
+
+std::optional<QList<CollectionRecord>> recordsFromJsonBytes(QByteArrayView json)
+{
+    // Records of one collection repeat its name and its field names: one shared copy of each.
+    StringPool names;
+    return readJsonArray<CollectionRecord>(json, [&names](JsonReader& reader) {
+        std::optional<CollectionRecord> record = readRecord(reader);
+        if (record) {
+            names.intern(record->collection);
+            QMap<QString, QString> values;
+            for (auto it = record->values.cbegin(); it != record->values.cend(); ++it) {
+                QString field = it.key();
+                names.intern(field);
+                values.insert(field, it.value());
+            }
+            record->values = std::move(values);
+        }
+        return record;
+    });
 }
 
 QJsonArray definitionsToJson(const QList<CollectionDefinition>& definitions)
 {
-    return listToJson(definitions);
+    return QJsonDocument::fromJson(definitionsToJsonBytes(definitions)).array();
 }
 
 std::optional<QList<CollectionDefinition>> definitionsFromJson(const QJsonArray& array)
 {
-    return listFromJson<CollectionDefinition>(array);
+    return definitionsFromJsonBytes(QJsonDocument(array).toJson(QJsonDocument::Compact));
 }
 
 QJsonArray recordsToJson(const QList<CollectionRecord>& records)
 {
-    return listToJson(records);
+    return QJsonDocument::fromJson(recordsToJsonBytes(records)).array();
 }
 
 std::optional<QList<CollectionRecord>> recordsFromJson(const QJsonArray& array)
 {
-    return listFromJson<CollectionRecord>(array);
+    return recordsFromJsonBytes(QJsonDocument(array).toJson(QJsonDocument::Compact));
 }
 
 bool isRecordLikeCollection(const QString& name)

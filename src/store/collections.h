@@ -65,7 +65,29 @@ struct CollectionRecord
     bool operator==(const CollectionRecord&) const = default;
 };
 
+} // namespace tavo
+
+Q_DECLARE_TYPEINFO(tavo::CollectionRecord, Q_RELOCATABLE_TYPE);
+Q_DECLARE_TYPEINFO(tavo::CollectionDefinition, Q_RELOCATABLE_TYPE);
+
+namespace tavo {
+
+class JsonReader;
+class JsonWriter;
+
+// The codecs on the streaming reader and writer; the QJson forms use them too.
+void writeFieldDefinition(JsonWriter& writer, const CollectionFieldDefinition& field);
+std::optional<CollectionFieldDefinition> readFieldDefinition(JsonReader& reader);
+void writeDefinition(JsonWriter& writer, const CollectionDefinition& definition);
+std::optional<CollectionDefinition> readDefinition(JsonReader& reader);
+void writeRecord(JsonWriter& writer, const CollectionRecord& record);
+std::optional<CollectionRecord> readRecord(JsonReader& reader);
+
 // Whole-file codecs: one record that does not decode fails the file.
+QByteArray definitionsToJsonBytes(const QList<CollectionDefinition>& definitions);
+std::optional<QList<CollectionDefinition>> definitionsFromJsonBytes(QByteArrayView json);
+QByteArray recordsToJsonBytes(const QList<CollectionRecord>& records);
+std::optional<QList<CollectionRecord>> recordsFromJsonBytes(QByteArrayView json);
 QJsonArray definitionsToJson(const QList<CollectionDefinition>& definitions);
 std::optional<QList<CollectionDefinition>> definitionsFromJson(const QJsonArray& array);
 QJsonArray recordsToJson(const QList<CollectionRecord>& records);

@@ -101,50 +101,58 @@ void moveAttachments(QList<Clip>& clips, const QString& sourceAttachments, const
     }
 }
 
-template<typename T>
-QJsonArray encodeList(const QList<T>& items);
-template<>
-QJsonArray encodeList(const QList<Clip>& items)
+QByteArray encodeList(const QList<Clip>& items)
 {
-    return clipsToJson(items);
+    return clipsToJsonBytes(items);
 }
-template<>
-QJsonArray encodeList(const QList<CollectionDefinition>& items)
+
+QByteArray encodeList(const QList<CollectionDefinition>& items)
 {
-    return definitionsToJson(items);
+    return definitionsToJsonBytes(items);
 }
-template<>
-QJsonArray encodeList(const QList<CollectionRecord>& items)
+
+QByteArray encodeList(const QList<CollectionRecord>& items)
 {
-    return recordsToJson(items);
+    return recordsToJsonBytes(items);
 }
 
 template<typename T>
-std::optional<QList<T>> decodeList(const QJsonArray& array);
+std::optional<QList<T>> decodeList(QByteArrayView json);
 template<>
-std::optional<QList<Clip>> decodeList(const QJsonArray& array)
+std::optional<QList<Clip>> decodeList(QByteArrayView json)
 {
-    return clipsFromJson(array);
+    return clipsFromJsonBytes(json);
 }
 template<>
-std::optional<QList<CollectionDefinition>> decodeList(const QJsonArray& array)
+std::optional<QList<CollectionDefinition>> decodeList(QByteArrayView json)
 {
-    return definitionsFromJson(array);
+    return definitionsFromJsonBytes(json);
 }
 template<>
-std::optional<QList<CollectionRecord>> decodeList(const QJsonArray& array)
+std::optional<QList<CollectionRecord>> decodeList(QByteArrayView json)
 {
-    return recordsFromJson(array);
+    return recordsFromJsonBytes(json);
 }
 
+// A missing, unreadable or undecodable file all read as nothing.
 template<typename T>
 std::optional<QList<T>> readList(const QString& path)
 {
-    const JsonRead read = readJsonFile(path);
-    if (read.status != ReadStatus::Ok || !read.document.isArray()) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
         return std::nullopt;
     }
-    return decodeList<T>(read.document.array());
+    // Mapped rather than read: a large library is decoded straight from the page cache, without
+    // a second copy of the file in memory.
+    if (file.size() > 0) {
+        if (const uchar* mapped = file.map(0, file.size())) {
+            std::optional<QList<T>> items =
+                decodeList<T>(QByteArrayView(reinterpret_cast<const char*>(mapped), file.size()));
+            file.unmap(const_cast<uchar*>(mapped));
+            return items;
+        }
+    }
+    return decodeList<T>(file.readAll());
 }
 
 } // namespace
@@ -313,34 +321,15 @@ QList<Clip> DB::availableClips() const
     if (m_hiddenCollections.isEmpty()) {
         return m_clips;
     }
-    QList<Clip> available;
-    for (const Clip& clip : m_clips) {
-        const QStringList groups = clip.allGroups();
-        if (std::any_of(groups.cbegin(), groups.cend(), [&](const QString& g) { return !isCollectionHidden(g); })) {
-            available.append(clip);
-        }
-    }
-    return available;
+    return filterShortcutClips(m_clips, m_hiddenCollections, QString(), allCollectionsName, allCollectionsName, false);
 }
 
 QList<Clip> DB::found() const
 {
-    const QList<Clip> available = availableClips();
-    if (const std::optional<ShortcutBatchRequest> batch = parseBatchTrigger(m_search)) {
-        return resolveBatch(*batch, available);
+    if (m_search.isEmpty()) {
+        return {}; // an empty text matches nothing
     }
-    const QString base = parseStyledTrigger(m_search).base;
-    QList<Clip> result;
-    if (base.isEmpty()) {
-        return result; // an empty text matches nothing
-    }
-    for (const Clip& clip : available) {
-        if (clip.key.contains(base, Qt::CaseInsensitive) || clip.name.contains(base, Qt::CaseInsensitive) ||
-            clip.text.contains(base, Qt::CaseInsensitive)) {
-            result.append(clip);
-        }
-    }
-    return result;
+    return filterShortcutClips(m_clips, m_hiddenCollections, m_search, allCollectionsName, allCollectionsName, false);
 }
 
 template<typename T>
@@ -364,7 +353,7 @@ bool DB::saveList(const QString& name, QList<T>& current, QList<T>& base)
             keepAside(path);
         }
     }
-    const bool written = writeJsonAtomically(path, QJsonDocument(encodeList(current)));
+    const bool written = writeFileAtomically(path, encodeList(current));
     if (written) {
         base = current;
         remember(path);

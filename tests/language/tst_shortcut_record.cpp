@@ -33,14 +33,22 @@ void TestShortcutRecord::normalizedTrigger_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("stored");
-    QTest::newRow("blanks and newline around a backslash key") << " \\abc\n" << "/abc";
-    QTest::newRow("bare key gets a slash") << "abc" << "/abc";
-    QTest::newRow("slash key stands") << "/abc" << "/abc";
-    QTest::newRow("case kept") << "\\Thanks" << "/Thanks";
-    QTest::newRow("empty gives a lone slash") << "" << "/";
-    QTest::newRow("blank gives a lone slash") << " \t\n" << "/";
-    QTest::newRow("only the first backslash turns") << "\\\\x" << "/\\x";
-    QTest::newRow("unicode kept") << "\\café😀" << "/café😀";
+    QTest::newRow("blanks and newline around a backslash key") << " \\abc\n"
+                                                               << "/abc";
+    QTest::newRow("bare key gets a slash") << "abc"
+                                           << "/abc";
+    QTest::newRow("slash key stands") << "/abc"
+                                      << "/abc";
+    QTest::newRow("case kept") << "\\Thanks"
+                               << "/Thanks";
+    QTest::newRow("empty gives a lone slash") << ""
+                                              << "/";
+    QTest::newRow("blank gives a lone slash") << " \t\n"
+                                              << "/";
+    QTest::newRow("only the first backslash turns") << "\\\\x"
+                                                    << "/\\x";
+    QTest::newRow("unicode kept") << "\\café😀"
+                                  << "/café😀";
 }
 
 void TestShortcutRecord::normalizedTrigger()
@@ -54,10 +62,14 @@ void TestShortcutRecord::displayTrigger_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("shown");
-    QTest::newRow("bare key unchanged") << "abc" << "abc";
-    QTest::newRow("slash shown as backslash") << "/abc" << "\\abc";
-    QTest::newRow("no trimming") << " /abc" << " /abc";
-    QTest::newRow("only the leading slash") << "/a/b" << "\\a/b";
+    QTest::newRow("bare key unchanged") << "abc"
+                                        << "abc";
+    QTest::newRow("slash shown as backslash") << "/abc"
+                                              << "\\abc";
+    QTest::newRow("no trimming") << " /abc"
+                                 << " /abc";
+    QTest::newRow("only the leading slash") << "/a/b"
+                                            << "\\a/b";
 }
 
 void TestShortcutRecord::displayTrigger()
@@ -72,18 +84,42 @@ void TestShortcutRecord::collectionTrigger_data()
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("collection");
     QTest::addColumn<QString>("result");
-    QTest::newRow("typed key into websites keeps case") << "\\Thanks.WEB" << "Websites & URLs" << "/Thanks.web";
-    QTest::newRow("website key moved to personal") << "/Thanks.web" << "Personal" << "/Thanks";
-    QTest::newRow("one suffix replaced by another") << "/zoom.app" << "Websites & URLs" << "/zoom.web";
-    QTest::newRow("only one suffix removed") << "/a.app.web" << "Personal" << "/a.app";
-    QTest::newRow("a trailing e without dot stays") << "/cafe" << "Work" << "/cafe";
-    QTest::newRow("collection compared ignoring case") << "mail" << "MEDIA FILES" << "/mail.media";
-    QTest::newRow("emoticons") << "smile" << "Emoticons" << "/smile.e";
-    QTest::newRow("gifs") << "/cat.e" << "GIFs" << "/cat.gif";
-    QTest::newRow("ai engines") << "gpt" << "AI Engines" << "/gpt.ai";
-    QTest::newRow("applications") << "zoom.media" << "Applications" << "/zoom.app";
-    QTest::newRow("unknown collection has no suffix") << "x.gif" << "Customers" << "/x";
-    QTest::newRow("suffix alone") << ".web" << "Personal" << "/";
+    QTest::newRow("typed key into websites keeps case") << "\\Thanks.WEB"
+                                                        << "Websites & URLs"
+                                                        << "/Thanks.web";
+    QTest::newRow("website key moved to personal") << "/Thanks.web"
+                                                   << "Personal"
+                                                   << "/Thanks";
+    QTest::newRow("one suffix replaced by another") << "/zoom.app"
+                                                    << "Websites & URLs"
+                                                    << "/zoom.web";
+    QTest::newRow("only one suffix removed") << "/a.app.web"
+                                             << "Personal"
+                                             << "/a.app";
+    QTest::newRow("a trailing e without dot stays") << "/cafe"
+                                                    << "Work"
+                                                    << "/cafe";
+    QTest::newRow("collection compared ignoring case") << "mail"
+                                                       << "MEDIA FILES"
+                                                       << "/mail.media";
+    QTest::newRow("emoticons") << "smile"
+                               << "Emoticons"
+                               << "/smile.e";
+    QTest::newRow("gifs") << "/cat.e"
+                          << "GIFs"
+                          << "/cat.gif";
+    QTest::newRow("ai engines") << "gpt"
+                                << "AI Engines"
+                                << "/gpt.ai";
+    QTest::newRow("applications") << "zoom.media"
+                                  << "Applications"
+                                  << "/zoom.app";
+    QTest::newRow("unknown collection has no suffix") << "x.gif"
+                                                      << "Customers"
+                                                      << "/x";
+    QTest::newRow("suffix alone") << ".web"
+                                  << "Personal"
+                                  << "/";
 }
 
 void TestShortcutRecord::collectionTrigger()
@@ -98,18 +134,24 @@ void TestShortcutRecord::migratedRecordAlias_data()
 {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("alias");
-    QTest::newRow("slash and suffix removed") << "/acme.web" << "acme";
-    QTest::newRow("backslash removed") << "\\acme" << "acme";
-    QTest::newRow("dot taken literally") << "/cafe" << "cafe";
-    QTest::newRow("suffix matched as written") << "/Acme.MEDIA" << "Acme.MEDIA";
-    QTest::newRow("slashes trimmed from both ends") << "//acme/\\" << "acme";
-    QTest::newRow("only one suffix") << "/a.app.web" << "a.app";
+    QTest::newRow("slash and suffix removed") << "/acme.web"
+                                              << "acme";
+    QTest::newRow("backslash removed") << "\\acme"
+                                       << "acme";
+    QTest::newRow("dot taken literally") << "/cafe"
+                                         << "cafe";
+    QTest::newRow("suffix matched as written") << "/Acme.MEDIA"
+                                               << "Acme.MEDIA";
+    QTest::newRow("slashes trimmed from both ends") << "//acme/\\"
+                                                    << "acme";
+    QTest::newRow("only one suffix") << "/a.app.web"
+                                     << "a.app";
     QTest::newRow("cut to forty") << QStringLiteral("/") + QString(50, u'x') << QString(40, u'x');
     // Forty emoji are eighty UTF-16 units; the cut must not fall inside a pair.
     QTest::newRow("cut counts emoji as one")
         << QStringLiteral("/") + QStringLiteral("😀").repeated(45) << QStringLiteral("😀").repeated(40);
-    QTest::newRow("cut keeps accents with letters") << QStringLiteral("/") + QStringLiteral("e\u0301").repeated(41)
-                                                    << QStringLiteral("e\u0301").repeated(40);
+    QTest::newRow("cut keeps accents with letters")
+        << QStringLiteral("/") + QStringLiteral("e\u0301").repeated(41) << QStringLiteral("e\u0301").repeated(40);
 }
 
 void TestShortcutRecord::migratedRecordAlias()

@@ -65,17 +65,28 @@ void TestTriggers::styled_data()
     QTest::addColumn<QString>("base");
     QTest::addColumn<ShortcutTextStyle>("expected");
 
-    QTest::newRow("no suffix") << "/sig" << "/sig" << style(false, false, false);
-    QTest::newRow("bold then italic") << "/sig-b-i" << "/sig" << style(true, true, false);
-    QTest::newRow("italic then bold") << "/sig-i-b" << "/sig" << style(true, true, false);
-    QTest::newRow("left size stands") << "/sig-high-low" << "/sig" << style(false, false, false, 24);
-    QTest::newRow("medium") << "/sig-medium" << "/sig" << style(false, false, false, 18);
-    QTest::newRow("upper-case suffix") << "/sig-B" << "/sig" << style(true, false, false);
-    QTest::newRow("underline and size") << "/sig-u-LOW" << "/sig" << style(false, false, true, 12);
-    QTest::newRow("base all suffix") << "-b" << "" << style(true, false, false);
-    QTest::newRow("repeated suffix") << "/x-b-b" << "/x" << style(true, false, false);
-    QTest::newRow("suffix inside word stays") << "/web-bar" << "/web-bar" << style(false, false, false);
-    QTest::newRow("hyphen without style") << "/a-" << "/a-" << style(false, false, false);
+    QTest::newRow("no suffix") << "/sig"
+                               << "/sig" << style(false, false, false);
+    QTest::newRow("bold then italic") << "/sig-b-i"
+                                      << "/sig" << style(true, true, false);
+    QTest::newRow("italic then bold") << "/sig-i-b"
+                                      << "/sig" << style(true, true, false);
+    QTest::newRow("left size stands") << "/sig-high-low"
+                                      << "/sig" << style(false, false, false, 24);
+    QTest::newRow("medium") << "/sig-medium"
+                            << "/sig" << style(false, false, false, 18);
+    QTest::newRow("upper-case suffix") << "/sig-B"
+                                       << "/sig" << style(true, false, false);
+    QTest::newRow("underline and size") << "/sig-u-LOW"
+                                        << "/sig" << style(false, false, true, 12);
+    QTest::newRow("base all suffix") << "-b"
+                                     << "" << style(true, false, false);
+    QTest::newRow("repeated suffix") << "/x-b-b"
+                                     << "/x" << style(true, false, false);
+    QTest::newRow("suffix inside word stays") << "/web-bar"
+                                              << "/web-bar" << style(false, false, false);
+    QTest::newRow("hyphen without style") << "/a-"
+                                          << "/a-" << style(false, false, false);
 }
 
 void TestTriggers::styled()
@@ -117,21 +128,19 @@ void TestTriggers::batch_data()
     QTest::newRow("range short") << "\\inv3..5" << numbered(QStringLiteral("/inv"), 3, 5) << line;
     QTest::newRow("range of one") << "a4..4" << QStringList{QStringLiteral("/a4")} << line;
 
-    QTest::newRow("list with line breaks") << "a&b" << QStringList{QStringLiteral("/a"), QStringLiteral("/b")}
-                                           << line;
+    QTest::newRow("list with line breaks") << "a&b" << QStringList{QStringLiteral("/a"), QStringLiteral("/b")} << line;
     QTest::newRow("list with spaces") << "a%b" << QStringList{QStringLiteral("/a"), QStringLiteral("/b")} << space;
     QTest::newRow("percent anywhere gives spaces")
         << "a&b%c" << QStringList{QStringLiteral("/a"), QStringLiteral("/b"), QStringLiteral("/c")} << space;
     QTest::newRow("numbered list") << "a1&2&3" << numbered(QStringLiteral("/a"), 1, 3) << line;
-    QTest::newRow("numbered list keeps suffix") << "a1.web&2" << numbered(QStringLiteral("/a"), 1, 2, QStringLiteral(".web"))
-                                                << line;
-    QTest::newRow("word after numbered key") << "a1&b" << QStringList{QStringLiteral("/a1"), QStringLiteral("/b")}
-                                             << line;
+    QTest::newRow("numbered list keeps suffix")
+        << "a1.web&2" << numbered(QStringLiteral("/a"), 1, 2, QStringLiteral(".web")) << line;
+    QTest::newRow("word after numbered key")
+        << "a1&b" << QStringList{QStringLiteral("/a1"), QStringLiteral("/b")} << line;
     QTest::newRow("parts trimmed, slashes kept")
         << "ty& \\sig& /bye" << QStringList{QStringLiteral("/ty"), QStringLiteral("/sig"), QStringLiteral("/bye")}
         << line;
-    QTest::newRow("bang inside a list")
-        << "a!b" << QStringList{QStringLiteral("/a"), QStringLiteral("/b")} << line;
+    QTest::newRow("bang inside a list") << "a!b" << QStringList{QStringLiteral("/a"), QStringLiteral("/b")} << line;
     QTest::newRow("ten parts") << "a&b&c&d&e&f&g&h&i&j"
                                << QStringList{QStringLiteral("/a"), QStringLiteral("/b"), QStringLiteral("/c"),
                                               QStringLiteral("/d"), QStringLiteral("/e"), QStringLiteral("/f"),
@@ -184,10 +193,14 @@ void TestTriggers::numericPrefix_data()
     QTest::addColumn<bool>("found");
     QTest::addColumn<QString>("prefix");
     QTest::addColumn<QString>("suffix");
-    QTest::newRow("plain number") << "/inv12" << true << "/inv" << "";
-    QTest::newRow("number before suffix") << "/pic3.MEDIA" << true << "/pic" << ".media";
-    QTest::newRow("no number") << "/inv" << false << "" << "";
-    QTest::newRow("digits that begin the text") << "12" << false << "" << "";
+    QTest::newRow("plain number") << "/inv12" << true << "/inv"
+                                  << "";
+    QTest::newRow("number before suffix") << "/pic3.MEDIA" << true << "/pic"
+                                          << ".media";
+    QTest::newRow("no number") << "/inv" << false << ""
+                               << "";
+    QTest::newRow("digits that begin the text") << "12" << false << ""
+                                                << "";
 }
 
 void TestTriggers::numericPrefix()
