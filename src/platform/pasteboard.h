@@ -1,6 +1,10 @@
 #pragma once
 
+#include <QMimeData>
+#include <QObject>
 #include <QString>
+
+#include <memory>
 
 namespace tavo {
 
@@ -13,6 +17,9 @@ public:
 
     // The plain text on the clipboard, or an empty text when it holds none.
     virtual QString string() const = 0;
+
+    // Replaces the clipboard's content; an empty `data` clears it.
+    virtual void write(std::unique_ptr<QMimeData> data) = 0;
 };
 
 } // namespace tavo

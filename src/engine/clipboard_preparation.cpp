@@ -1,0 +1,1 @@
+#include "engine/clipboard_preparation.h"

@@ -1,0 +1,1 @@
+#include "engine/expansion_runner.h"

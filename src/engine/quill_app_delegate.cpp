@@ -1,0 +1,1 @@
+#include "engine/quill_app_delegate.h"

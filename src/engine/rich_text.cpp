@@ -1,0 +1,1 @@
+#include "engine/rich_text.h"

@@ -1,0 +1,1 @@
+#include "engine/tap_state.h"

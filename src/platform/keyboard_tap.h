@@ -1,0 +1,59 @@
+#pragma once
+
+#include "platform/key_event.h"
+
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+namespace tavo {
+
+// Which keys the tap must be able to hold back, besides letting everything else through.
+enum class TapMode {
+    Idle,      // only keys that can start a trigger
+    Tracking,  // also the keys that can end a trigger (blanks, Return, Tab, punctuation)
+    Exclusive, // every key: the picker or the image prompt owns the keyboard
+};
+
+enum class KeyVerdict {
+    Pass,    // the key reaches the focused application
+    Swallow, // the key is gone
+    // The key ends a trigger: it is held back, and so is every key typed after it, until
+    // releaseHeldKeys(): the expansion is pasted before anything typed later arrives.
+    SwallowAndHold,
+};
+
+struct TapDecision
+{
+    KeyVerdict verdict = KeyVerdict::Pass;
+    TapMode mode = TapMode::Idle; // the mode from this key on
+};
+
+// The global keyboard tap: sees every key press of the session and decides, synchronously, to
+// pass or swallow it. It runs on a thread of its own, so a busy main thread never freezes the
+// keyboard; `decide` is called on that thread and must return at once.
+class KeyboardTap
+{
+public:
+    using Decide = std::function<TapDecision(const KeyEvent&)>;
+
+    virtual ~KeyboardTap() = default;
+
+    // Starts watching. Nothing on success; otherwise why the tap cannot run here, ready to show.
+    virtual std::optional<QString> start(Decide decide) = 0;
+    virtual void stop() = 0;
+    virtual bool isRunning() const = 0;
+
+    // The main thread changed the state (a trigger cancelled, the picker took the keyboard).
+    // Safe from any thread; takes effect before the next key is decided.
+    virtual void setMode(TapMode mode) = 0;
+
+    // Ends a hold: the keys typed meanwhile reach the focused application in the order typed,
+    // once the user has let go of them. With `replayEndingKey`, the key that ended the trigger
+    // goes first, as if it had never been held (nothing was expanded for it). Safe from any
+    // thread.
+    virtual void releaseHeldKeys(bool replayEndingKey) = 0;
+};
+
+} // namespace tavo
