@@ -1,1 +1,181 @@
 #include "engine/expansion_plan.h"
+
+#include "language/math_expression.h"
+#include "language/triggers.h"
+
+#include <algorithm>
+
+namespace tavo {
+
+namespace {
+
+bool isInlineCommand(const QString& command)
+{
+    const QString lowered = command.toLower();
+    if (lowered == QLatin1String("\\p") || lowered.startsWith(QLatin1String("\\p-"))) {
+        return true;
+    }
+    if (lowered == QLatin1String("\\paste") || lowered == QLatin1String("\\rewrite")) {
+        return true;
+    }
+    const QString body = lowered.mid(1);
+    return command.startsWith(u'\\') && (body == QLatin1String("img") || body.startsWith(QLatin1String("img-")));
+}
+
+QString trimmedOf(const QString& text, QStringView characters)
+{
+    qsizetype from = 0;
+    qsizetype to = text.size();
+    while (from < to && characters.contains(text[from])) {
+        ++from;
+    }
+    while (to > from && characters.contains(text[to - 1])) {
+        --to;
+    }
+    return text.mid(from, to - from);
+}
+
+bool inMediaCollection(const Clip& clip)
+{
+    const QStringList groups = clip.allGroups();
+    return std::any_of(groups.cbegin(), groups.cend(), [](const QString& group) {
+        const QString name = group.trimmed().toLower();
+        return name == QLatin1String("sound & media") || name == QLatin1String("media files");
+    });
+}
+
+} // namespace
+
+bool isEndingSuffix(const QString& suffix)
+{
+    return suffix == QLatin1String(" ") || suffix == QLatin1String("\n") || suffix == QLatin1String("\r");
+}
+
+Clip clipForRecord(const CollectionRecord& record)
+{
+    Clip clip;
+    clip.key = normalizedTrigger(u'/' + record.alias);
+    clip.name = record.name;
+    clip.text = record.name;
+    if (!record.values.isEmpty()) {
+        QStringList lines;
+        for (auto it = record.values.cbegin(); it != record.values.cend(); ++it) { // sorted by field name
+            lines.append(it.key() + QStringLiteral(": ") + it.value());
+        }
+        clip.text += u'\n' + lines.join(u'\n');
+    }
+    clip.group = record.collection;
+    clip.files = record.files;
+    clip.directMediaPaste = record.values.isEmpty() && !record.files.isEmpty();
+    return clip;
+}
+
+ExpansionPlan planForClip(const Clip& clip, const QString& suffix, const ShortcutTextStyle& style)
+{
+    ExpansionPlan plan;
+    plan.clip = clip;
+    if (clip.defaultMediaArticle && clip.files.isEmpty()) {
+        plan.kind = ExpansionPlan::Kind::DefaultMedia;
+        return plan;
+    }
+    if (clip.webURL) {
+        plan.kind = ExpansionPlan::Kind::Website;
+        return plan;
+    }
+    if (clip.appBundleIdentifier || clip.appPath) {
+        plan.kind = ExpansionPlan::Kind::Launch;
+        return plan;
+    }
+    if (clip.text.isEmpty() && clip.files.isEmpty()) {
+        plan.kind = ExpansionPlan::Kind::Nothing;
+        return plan;
+    }
+
+    const bool mediaWanted = clip.text.isEmpty() || inMediaCollection(clip) || clip.directMediaPaste.value_or(false);
+    plan.kind = ExpansionPlan::Kind::Paste;
+    if (mediaWanted && !clip.files.isEmpty()) {
+        plan.paste = ClipboardRequest{clip, false, true, {}, {}, {}, false};
+    } else {
+        // The ending key goes back in with the text: "\ty " leaves the expansion and a space.
+        Clip withSuffix = clip;
+        withSuffix.text += suffix;
+        plan.paste = ClipboardRequest{withSuffix, true, false, style, {}, {}, false};
+    }
+    return plan;
+}
+
+ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const ExpansionLibrary& library)
+{
+    ExpansionPlan plan;
+    const QString command = trigger.trimmed();
+    if (isEndingSuffix(suffix) && isInlineCommand(command)) {
+        plan.kind = ExpansionPlan::Kind::InlineCommand;
+        plan.command = command;
+        return plan;
+    }
+
+    QList<Clip> clips;
+    if (library.showHidden) {
+        clips = library.clips;
+    } else {
+        clips = filterShortcutClips(library.clips, library.hiddenCollections, QString(), allCollectionsName,
+                                    allCollectionsName, false);
+    }
+
+    if (MathExpression::looksLikeExpression(trigger)) {
+        if (const std::optional<double> value = MathExpression::evaluate(trigger)) {
+            const QString result = MathExpression::formatted(*value);
+            Clip calculation;
+            calculation.key = QStringLiteral("= ") + result;
+            calculation.name = QStringLiteral("Calculation result");
+            calculation.text = result + suffix;
+            calculation.group = QStringLiteral("Calculator");
+            calculation.directMediaPaste = false;
+            calculation.isMathResult = true;
+            plan.kind = ExpansionPlan::Kind::Calculation;
+            plan.paste = ClipboardRequest{calculation, true, false, {}, {}, {}, false};
+            return plan;
+        }
+    }
+
+    if (const std::optional<ShortcutBatchRequest> batch = parseBatchTrigger(trigger)) {
+        QList<Clip> resolved = resolveBatch(*batch, clips);
+        if (!resolved.isEmpty()) {
+            plan.kind = ExpansionPlan::Kind::Batch;
+            plan.batch = std::move(resolved);
+            plan.separator = batch->separator;
+            return plan;
+        }
+    }
+
+    const StyledTrigger styled = parseStyledTrigger(trigger);
+    const QString key = normalizedTrigger(styled.base);
+    const QString bare = trimmedOf(styled.base, u"/\\ ");
+
+    const CollectionRecord* onlyRecord = nullptr;
+    int recordCount = 0;
+    for (const CollectionRecord& record : library.records) {
+        if (record.alias.compare(bare, Qt::CaseInsensitive) != 0 || bare.isEmpty()) {
+            continue;
+        }
+        if (!library.showHidden && library.hiddenCollections.contains(record.collection, Qt::CaseInsensitive)) {
+            continue;
+        }
+        onlyRecord = &record;
+        ++recordCount;
+    }
+    if (recordCount == 1) {
+        ExpansionPlan recordPlan = planForClip(clipForRecord(*onlyRecord), suffix, styled.style);
+        recordPlan.fromRecord = true;
+        return recordPlan;
+    }
+
+    const auto found = std::find_if(clips.cbegin(), clips.cend(),
+                                    [&](const Clip& clip) { return clip.key.compare(key, Qt::CaseInsensitive) == 0; });
+    if (found != clips.cend()) {
+        return planForClip(*found, suffix, styled.style);
+    }
+    return plan; // NoMatch
+}
+
+} // namespace tavo

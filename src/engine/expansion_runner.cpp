@@ -1,1 +1,284 @@
 #include "engine/expansion_runner.h"
+
+#include "engine/quill_app_delegate.h"
+#include "platform/pasteboard.h"
+#include "store/accounts.h"
+#include "store/defaults.h"
+#include "store/profile_store.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QUrl>
+
+namespace tavo {
+
+namespace {
+
+// Upper bounds, not sleeps: activation returns as soon as the window has the focus.
+constexpr int activationTimeoutMs = 80;
+constexpr int modifierReleaseTimeoutMs = 400;
+constexpr int spreadsheetEscapeDelayMs = 120;
+// Keys typed during an expansion wait this long at most for the target to take the paste.
+constexpr int pasteLandingTimeoutMs = 300;
+constexpr int removalCap = 80;
+
+const QString ownWindowClass = QStringLiteral("tavo");
+
+const QStringList browserClasses{QStringLiteral("google-chrome"), QStringLiteral("chromium"), QStringLiteral("firefox"),
+                                 QStringLiteral("brave-browser"), QStringLiteral("microsoft-edge")};
+
+LiveTokenSources tokenSources(const Pasteboard& pasteboard)
+{
+    LiveTokenSources sources;
+    sources.pasteboard = &pasteboard;
+    return sources;
+}
+
+// A desktop entry by file path or desktop-file id, in the user's and the system's folders.
+QString findDesktopEntry(const Clip& clip)
+{
+    if (clip.appPath && QFileInfo::exists(*clip.appPath)) {
+        return *clip.appPath;
+    }
+    if (clip.appBundleIdentifier && !clip.appBundleIdentifier->isEmpty()) {
+        QString id = *clip.appBundleIdentifier;
+        if (!id.endsWith(QLatin1String(".desktop"))) {
+            id += QStringLiteral(".desktop");
+        }
+        const QString found = QStandardPaths::locate(QStandardPaths::ApplicationsLocation, id);
+        if (!found.isEmpty()) {
+            return found;
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+ExpansionRunner::ExpansionRunner(DB& db, TavoAccountStore& accounts, Defaults& defaults, QuillAppDelegate& delegate,
+                                 Desktop& desktop, Pasteboard& pasteboard, QObject* parent)
+    : QObject(parent)
+    , m_db(db)
+    , m_accounts(accounts)
+    , m_defaults(defaults)
+    , m_delegate(delegate)
+    , m_desktop(desktop)
+    , m_pasteboard(pasteboard)
+{
+    m_holdTimer.setSingleShot(true);
+    m_holdTimer.setInterval(pasteLandingTimeoutMs);
+    connect(&m_holdTimer, &QTimer::timeout, this, &ExpansionRunner::releaseHold);
+}
+
+ExpansionLibrary ExpansionRunner::library() const
+{
+    ExpansionLibrary library;
+    library.clips = m_db.clips();
+    library.records = m_db.collectionRecords();
+    library.hiddenCollections = m_db.hiddenCollections();
+    library.showHidden = m_defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections"));
+    return library;
+}
+
+void ExpansionRunner::notice(const QString& text)
+{
+    emit noticeChanged(text);
+}
+
+void ExpansionRunner::openPicker(bool slashTriggered)
+{
+    Q_UNUSED(slashTriggered)
+    if (!m_accounts.isAuthenticated()) {
+        return;
+    }
+    m_delegate.clearQueryBuffer();
+    const DesktopWindow front = m_desktop.activeWindow();
+    // The picker's own window never becomes the place to paste back into.
+    if (front.windowClass != ownWindowClass) {
+        m_returnApp = front;
+    }
+}
+
+void ExpansionRunner::autoExpand(const QString& trigger, const QString& suffix, int length)
+{
+    if (!m_accounts.isAuthenticated()) {
+        m_delegate.setTriggerTracking(false);
+        emit hidePickerRequested();
+        finishWithoutPaste(true);
+        return;
+    }
+    carryOut(planExpansion(trigger, suffix, library()), length);
+}
+
+void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
+{
+    m_delegate.setTriggerTracking(false);
+    emit hidePickerRequested();
+    switch (plan.kind) {
+    case ExpansionPlan::Kind::NotSignedIn:
+    case ExpansionPlan::Kind::NoMatch:
+    case ExpansionPlan::Kind::InlineCommand: // the picker's commands arrive with the picker
+        finishWithoutPaste(true);
+        return;
+    case ExpansionPlan::Kind::Nothing:
+        finishWithoutPaste(false);
+        return;
+    case ExpansionPlan::Kind::Calculation:
+    case ExpansionPlan::Kind::Paste:
+        notice(prepareClipboard(m_pasteboard, plan.paste, tokenSources(m_pasteboard)));
+        pasteIntoReturnApp(length);
+        return;
+    case ExpansionPlan::Kind::Batch:
+        notice(prepareBatchClipboard(m_pasteboard, plan.batch, plan.separator, m_db.attachmentsDir(),
+                                     tokenSources(m_pasteboard)));
+        pasteIntoReturnApp(length);
+        return;
+    case ExpansionPlan::Kind::Website:
+        openWebsiteShortcut(plan.clip, length);
+        return;
+    case ExpansionPlan::Kind::Launch:
+        launchDesktopShortcut(plan.clip, length);
+        return;
+    case ExpansionPlan::Kind::DefaultMedia:
+        pasteDefaultMedia(plan.clip, length);
+        return;
+    }
+}
+
+bool ExpansionRunner::isSpreadsheet(const DesktopWindow& window)
+{
+    const QString title = m_desktop.title(window);
+    if (window.windowClass == QLatin1String("libreoffice-calc") || window.windowClass == QLatin1String("soffice")) {
+        return title.contains(QLatin1String("LibreOffice Calc"));
+    }
+    if (browserClasses.contains(window.windowClass)) {
+        const QString lowered = title.toLower();
+        return lowered.contains(QLatin1String("google sheets")) || lowered.contains(QLatin1String("spreadsheet")) ||
+               lowered.contains(QLatin1String("microsoft excel"));
+    }
+    return false;
+}
+
+void ExpansionRunner::pasteIntoReturnApp(int removeCount)
+{
+    const DesktopWindow target = m_returnApp;
+    if (!target.isValid()) {
+        notice(QStringLiteral("Quill could not find the app you were using. Try again from that app."));
+        releaseHold();
+        return;
+    }
+    if (!m_desktop.unavailableReason().isEmpty()) {
+        notice(QStringLiteral("Allow Quill under an X11 session with keyboard access (XTEST), then try again."));
+        releaseHold();
+        return;
+    }
+    const bool spreadsheet = removeCount >= 1 && isSpreadsheet(target);
+    m_desktop.activate(target, activationTimeoutMs);
+    m_desktop.waitForModifiersReleased(modifierReleaseTimeoutMs);
+    const QString name = target.applicationName.isEmpty() ? QStringLiteral("your app") : target.applicationName;
+    auto paste = [this, target, name] {
+        m_desktop.sendPaste(target);
+        m_desktop.flush();
+        notice(QStringLiteral("Pasted into ") + name);
+        m_holdTimer.start();
+    };
+    if (spreadsheet) {
+        // Leaving the cell editor drops the typed trigger with it; the sheet needs a moment
+        // before it takes a paste.
+        m_desktop.sendEscape();
+        m_desktop.flush();
+        QTimer::singleShot(spreadsheetEscapeDelayMs, this, paste);
+        return;
+    }
+    m_desktop.sendBackspaces(removeCount);
+    m_desktop.flush();
+    paste();
+}
+
+void ExpansionRunner::pasteTaken()
+{
+    if (m_holdTimer.isActive()) {
+        m_holdTimer.stop();
+        releaseHold();
+    }
+}
+
+void ExpansionRunner::releaseHold()
+{
+    m_delegate.releaseHeldKeys(false);
+}
+
+void ExpansionRunner::finishWithoutPaste(bool giveBackEndingKey)
+{
+    m_delegate.releaseHeldKeys(giveBackEndingKey);
+}
+
+void ExpansionRunner::removeTrigger(int count, int cap)
+{
+    if (count < 1 || !m_returnApp.isValid() || !m_desktop.unavailableReason().isEmpty()) {
+        return;
+    }
+    m_desktop.activate(m_returnApp, activationTimeoutMs);
+    m_desktop.waitForModifiersReleased(modifierReleaseTimeoutMs);
+    m_desktop.sendBackspaces(cap > 0 ? qMin(count, cap) : count);
+    m_desktop.flush();
+}
+
+void ExpansionRunner::openWebsiteShortcut(const Clip& clip, int removeCount)
+{
+    const QUrl url(clip.webURL.value_or(QString()));
+    const QString scheme = url.scheme().toLower();
+    if (!url.isValid() || (scheme != QLatin1String("http") && scheme != QLatin1String("https"))) {
+        finishWithoutPaste(false);
+        return;
+    }
+    removeTrigger(removeCount, 0); // a website's trigger is removed whole, however long
+    releaseHold();
+    // The built-in browser takes these over when it arrives; until then the desktop's browser.
+    m_desktop.openUrl(url.toString());
+    notice(QStringLiteral("Opened ") + clip.name + QStringLiteral(" in your browser"));
+}
+
+void ExpansionRunner::launchDesktopShortcut(const Clip& clip, int removeCount)
+{
+    if (clip.appBundleIdentifier == ownWindowClass) {
+        finishWithoutPaste(false);
+        return;
+    }
+    const QString entry = findDesktopEntry(clip);
+    if (entry.isEmpty()) {
+        notice(QStringLiteral("Could not find ") + clip.name +
+               QStringLiteral(" on this computer. Refresh Desktop apps to update the list."));
+        finishWithoutPaste(false);
+        return;
+    }
+    removeTrigger(removeCount, removalCap);
+    releaseHold();
+    QString error;
+    if (!m_desktop.launchDesktopEntry(entry, &error)) {
+        notice(QStringLiteral("Could not open ") + clip.name + QStringLiteral(": ") + error);
+    }
+}
+
+void ExpansionRunner::pasteDefaultMedia(const Clip& clip, int removeCount)
+{
+    // Nothing is pasted until the portrait is here; what the user types meanwhile goes on.
+    releaseHold();
+    const DesktopWindow target = m_returnApp;
+    downloadDefaultMedia(m_db, clip, m_network, [this, id = clip.id, removeCount, target](bool ok, const QString&) {
+        const QList<Clip>& clips = m_db.clips();
+        const auto found =
+            std::find_if(clips.cbegin(), clips.cend(), [&](const Clip& candidate) { return candidate.id == id; });
+        if (!ok || found == clips.cend() || found->files.isEmpty()) {
+            notice(QStringLiteral("Could not download the default portrait."));
+            return;
+        }
+        notice(prepareClipboard(m_pasteboard, ClipboardRequest{*found, false, true, {}, {}, {}, false},
+                                tokenSources(m_pasteboard)));
+        m_returnApp = target;
+        pasteIntoReturnApp(removeCount);
+    });
+}
+
+} // namespace tavo

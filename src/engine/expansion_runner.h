@@ -1,1 +1,67 @@
 #pragma once
+
+#include "engine/expansion_plan.h"
+#include "platform/desktop.h"
+
+#include <QNetworkAccessManager>
+#include <QObject>
+#include <QTimer>
+
+namespace tavo {
+
+class DB;
+class Defaults;
+class Desktop;
+class Pasteboard;
+class QuillAppDelegate;
+class TavoAccountStore;
+
+// Carries out what a typed trigger means in the application the user works in: remembers that
+// application when a trigger starts, decides when it ends, and pastes, opens or launches.
+class ExpansionRunner : public QObject
+{
+    Q_OBJECT
+
+public:
+    ExpansionRunner(DB& db, TavoAccountStore& accounts, Defaults& defaults, QuillAppDelegate& delegate,
+                    Desktop& desktop, Pasteboard& pasteboard, QObject* parent = nullptr);
+
+    // The library as a decision sees it now.
+    ExpansionLibrary library() const;
+
+    DesktopWindow returnApp() const { return m_returnApp; }
+
+public slots:
+    void openPicker(bool slashTriggered);
+    void autoExpand(const QString& trigger, const QString& suffix, int length);
+    // The target application took the clipboard's content: the paste has landed.
+    void pasteTaken();
+
+signals:
+    void noticeChanged(const QString& notice);
+    void hidePickerRequested();
+
+private:
+    void carryOut(const ExpansionPlan& plan, int length);
+    void pasteIntoReturnApp(int removeCount);
+    void removeTrigger(int count, int cap);
+    void openWebsiteShortcut(const Clip& clip, int removeCount);
+    void launchDesktopShortcut(const Clip& clip, int removeCount);
+    void pasteDefaultMedia(const Clip& clip, int removeCount);
+    bool isSpreadsheet(const DesktopWindow& window);
+    void finishWithoutPaste(bool giveBackEndingKey);
+    void releaseHold();
+    void notice(const QString& text);
+
+    DB& m_db;
+    TavoAccountStore& m_accounts;
+    Defaults& m_defaults;
+    QuillAppDelegate& m_delegate;
+    Desktop& m_desktop;
+    Pasteboard& m_pasteboard;
+    QNetworkAccessManager m_network;
+    DesktopWindow m_returnApp;
+    QTimer m_holdTimer;
+};
+
+} // namespace tavo

@@ -1,1 +1,188 @@
 #include "engine/quill_app_delegate.h"
+
+#include <QLoggingCategory>
+
+namespace tavo {
+
+Q_LOGGING_CATEGORY(lcEngine, "tavo.engine")
+
+namespace {
+
+constexpr int tapRetryIntervalMs = 2000;
+
+} // namespace
+
+QuillAppDelegate::QuillAppDelegate(KeyboardTap& tap, QObject* parent)
+    : QObject(parent)
+    , m_tap(tap)
+{
+    m_retryTimer.setInterval(tapRetryIntervalMs);
+    connect(&m_retryTimer, &QTimer::timeout, this, [this] {
+        if (m_tap.isRunning()) {
+            m_retryTimer.stop();
+        } else {
+            installSlashTap();
+        }
+    });
+}
+
+QuillAppDelegate::~QuillAppDelegate()
+{
+    m_tap.stop();
+}
+
+void QuillAppDelegate::installSlashTap()
+{
+    if (m_tap.isRunning()) {
+        return;
+    }
+    const std::optional<QString> problem = m_tap.start([this](const KeyEvent& event) { return decide(event); });
+    if (!problem) {
+        m_retryTimer.stop();
+        m_tapFailureReported = false;
+        m_tapProblem.clear();
+        m_tap.setMode(m_tracker.mode());
+        emit tapInstalled();
+        return;
+    }
+    m_tapProblem = *problem;
+    if (!m_tapFailureReported) {
+        m_tapFailureReported = true;
+        qCWarning(lcEngine) << "keyboard tap unavailable:" << *problem;
+        QMetaObject::invokeMethod(
+            this, [this, reason = *problem] { emit tapFailed(reason); }, Qt::QueuedConnection);
+    }
+    if (!m_retryTimer.isActive()) {
+        m_retryTimer.start();
+    }
+}
+
+bool QuillAppDelegate::isTapInstalled() const
+{
+    return m_tap.isRunning();
+}
+
+TapDecision QuillAppDelegate::decide(const KeyEvent& event)
+{
+    QList<TapNotification> notifications;
+    TapDecision decision;
+    {
+        QMutexLocker locker(&m_lock);
+        if (m_paused) {
+            return {KeyVerdict::Pass, TapMode::Idle};
+        }
+        decision = m_tracker.handle(event, notifications);
+    }
+    if (!notifications.isEmpty()) {
+        // Queued, never direct: the tap must answer now, and the main thread takes them in order.
+        QMetaObject::invokeMethod(
+            this, [this, notifications] { deliver(notifications); }, Qt::QueuedConnection);
+    }
+    return decision;
+}
+
+void QuillAppDelegate::deliver(const QList<TapNotification>& notifications)
+{
+    for (const TapNotification& note : notifications) {
+        switch (note.kind) {
+        case TapNotification::Kind::OpenPicker:
+            emit openPickerRequested(true);
+            break;
+        case TapNotification::Kind::PickerQuery:
+            emit pickerQueryChanged(note.text);
+            break;
+        case TapNotification::Kind::ChooseFirst:
+            emit chooseFirstRequested();
+            break;
+        case TapNotification::Kind::ClosePicker:
+            emit closePickerRequested(QString());
+            break;
+        case TapNotification::Kind::AutoExpand:
+            emit autoExpandRequested(note.text, note.suffix, note.length);
+            break;
+        case TapNotification::Kind::ImagePromptInput:
+            emit imagePromptInput(note.text);
+            break;
+        }
+    }
+}
+
+template<typename Change>
+void QuillAppDelegate::changeState(Change change)
+{
+    TapMode mode;
+    {
+        QMutexLocker locker(&m_lock);
+        change(m_tracker);
+        mode = m_paused ? TapMode::Idle : m_tracker.mode();
+    }
+    m_tap.setMode(mode);
+}
+
+void QuillAppDelegate::setPaused(bool paused)
+{
+    changeState([&](TriggerTracker& tracker) {
+        m_paused = paused;
+        tracker.triggerTracking = false;
+        tracker.pickerActive = false;
+        tracker.imagePromptMode = false;
+    });
+}
+
+bool QuillAppDelegate::isPaused() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_paused;
+}
+
+bool QuillAppDelegate::pickerActive() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_tracker.pickerActive;
+}
+
+void QuillAppDelegate::setPickerActive(bool active)
+{
+    changeState([&](TriggerTracker& tracker) { tracker.pickerActive = active; });
+}
+
+bool QuillAppDelegate::triggerTracking() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_tracker.triggerTracking;
+}
+
+void QuillAppDelegate::setTriggerTracking(bool tracking)
+{
+    changeState([&](TriggerTracker& tracker) { tracker.triggerTracking = tracking; });
+}
+
+bool QuillAppDelegate::imagePromptMode() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_tracker.imagePromptMode;
+}
+
+void QuillAppDelegate::setImagePromptMode(bool on)
+{
+    changeState([&](TriggerTracker& tracker) { tracker.imagePromptMode = on; });
+}
+
+QString QuillAppDelegate::triggerBuffer() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_tracker.triggerBuffer;
+}
+
+void QuillAppDelegate::clearQueryBuffer()
+{
+    QMutexLocker locker(&m_lock);
+    m_tracker.queryBuffer.clear();
+}
+
+void QuillAppDelegate::releaseHeldKeys(bool replayEndingKey)
+{
+    m_tap.releaseHeldKeys(replayEndingKey);
+}
+
+} // namespace tavo

@@ -1,1 +1,73 @@
 #pragma once
+
+#include "engine/tap_state.h"
+#include "platform/keyboard_tap.h"
+
+#include <QMutex>
+#include <QObject>
+#include <QTimer>
+
+namespace tavo {
+
+// Owns the keyboard tap and the trigger state. The tap decides each key on its own thread with
+// the tracker under a lock; what the tracker has to say arrives here as signals on the main
+// thread, in the order the keys were typed.
+class QuillAppDelegate : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit QuillAppDelegate(KeyboardTap& tap, QObject* parent = nullptr);
+    ~QuillAppDelegate() override;
+
+    // Starts the tap. When it cannot run, tapFailed() goes out once and a retry follows every
+    // two seconds until it runs.
+    void installSlashTap();
+    bool isTapInstalled() const;
+    QString tapProblem() const { return m_tapProblem; }
+
+    // While paused every key passes and nothing is followed.
+    void setPaused(bool paused);
+    bool isPaused() const;
+
+    // The flags the rest of the application sets; each change reaches the tap at once.
+    bool pickerActive() const;
+    void setPickerActive(bool active);
+    bool triggerTracking() const;
+    void setTriggerTracking(bool tracking);
+    bool imagePromptMode() const;
+    void setImagePromptMode(bool on);
+    QString triggerBuffer() const;
+    void clearQueryBuffer();
+
+    // The decision for one key, as the tap calls it (on its thread).
+    TapDecision decide(const KeyEvent& event);
+
+    // Lets the keys held since a trigger ended go on to the application.
+    void releaseHeldKeys(bool replayEndingKey);
+
+signals:
+    void openPickerRequested(bool slashTriggered);
+    void pickerQueryChanged(const QString& query);
+    void chooseFirstRequested();
+    void closePickerRequested(const QString& action);
+    void autoExpandRequested(const QString& trigger, const QString& suffix, int length);
+    void imagePromptInput(const QString& text);
+    void tapFailed(const QString& reason);
+    void tapInstalled();
+
+private:
+    template<typename Change>
+    void changeState(Change change);
+    void deliver(const QList<TapNotification>& notifications);
+
+    KeyboardTap& m_tap;
+    mutable QMutex m_lock;
+    TriggerTracker m_tracker;
+    bool m_paused = false;
+    QTimer m_retryTimer;
+    bool m_tapFailureReported = false;
+    QString m_tapProblem;
+};
+
+} // namespace tavo

@@ -22,6 +22,27 @@ QString leadingCharacters(const QString& text, qsizetype count)
     return taken < count ? text : text.left(finder.position());
 }
 
+qsizetype characterCount(const QString& text)
+{
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    qsizetype count = 0;
+    while (finder.toNextBoundary() != -1) {
+        ++count;
+    }
+    return count;
+}
+
+QString withoutLastCharacter(const QString& text)
+{
+    if (text.isEmpty()) {
+        return text;
+    }
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    finder.toEnd();
+    const qsizetype start = finder.toPreviousBoundary();
+    return text.left(qMax<qsizetype>(start, 0));
+}
+
 QRegularExpression unicodeRegex(const QString& pattern, QRegularExpression::PatternOptions options)
 {
     return QRegularExpression(pattern, options | QRegularExpression::UseUnicodePropertiesOption);

@@ -12,6 +12,12 @@ namespace tavo {
 // never splits a surrogate pair, an accent from its letter or an emoji sequence.
 QString leadingCharacters(const QString& text, qsizetype count);
 
+// How many characters a person sees in `text` (grapheme clusters).
+qsizetype characterCount(const QString& text);
+
+// `text` without its last character as a person sees it (a whole emoji or accented letter).
+QString withoutLastCharacter(const QString& text);
+
 // A pattern whose \d, \s and \w match every script's digits, blanks and letters, not only ASCII.
 QRegularExpression unicodeRegex(const QString& pattern,
                                 QRegularExpression::PatternOptions options = QRegularExpression::NoPatternOption);

@@ -1,12 +1,13 @@
 #include "store/accounts.h"
 
+#include "language/text_utils.h"
+
 #include "store/defaults.h"
 #include "store/key_store.h"
 #include "store/password_hash.h"
 
 #include <QLoggingCategory>
 #include <QRegularExpression>
-#include <QTextBoundaryFinder>
 
 namespace tavo {
 
@@ -18,16 +19,6 @@ const QString usernameKey = QStringLiteral("tavoLocalUsername");
 const QString signedInKey = QStringLiteral("tavoLocalSignedIn");
 const QString currentEmailKey = QStringLiteral("tavoCurrentEmail");
 const QString legacyProfileMovedKey = QStringLiteral("tavoLocalLegacyProfileMoved");
-
-qsizetype characterCount(const QString& text)
-{
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    qsizetype count = 0;
-    while (finder.toNextBoundary() != -1) {
-        ++count;
-    }
-    return count;
-}
 
 } // namespace
 
@@ -51,6 +42,20 @@ TavoAccountStore::TavoAccountStore(Defaults& defaults, QObject* parent)
     , m_isAuthenticated(defaults.flag(signedInKey))
     , m_currentUsername(defaults.string(usernameKey).value_or(QString()))
 {
+}
+
+void TavoAccountStore::followSignInsElsewhere()
+{
+    connect(&m_defaults, &Defaults::valuesChanged, this, [this] {
+        const bool signedIn = m_defaults.flag(signedInKey);
+        const QString username = m_defaults.string(usernameKey).value_or(QString());
+        if (signedIn == m_isAuthenticated && username == m_currentUsername) {
+            return;
+        }
+        setCurrentUsername(username);
+        m_isAuthenticated = signedIn;
+        emit isAuthenticatedChanged(signedIn);
+    });
 }
 
 QString TavoAccountStore::normalizedUsername(const QString& username)

@@ -76,6 +76,9 @@ public:
 
     // Both derive the password hash on the calling thread, which takes 0.1 to 0.3 s.
     bool registerAccount(const QString& username, const QString& password);
+
+    // Takes over sign-ins and sign-outs that another process (tavoctl) writes to the settings.
+    void followSignInsElsewhere();
     bool signIn(const QString& username, const QString& password);
 
     void accept(const QString& username);

@@ -20,6 +20,7 @@ Commands:
                                List the signed-in user's shortcuts.
   add KEY TEXT [--collection NAME] [--name NAME]
                                Save a text shortcut.
+  expand TRIGGER               Print what typing TRIGGER and a space would do, touching no window.
   help                         Show this help.
 )";
 
@@ -64,6 +65,9 @@ int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextSt
     }
     if (command == QLatin1String("add")) {
         return add(rest, out, err);
+    }
+    if (command == QLatin1String("expand")) {
+        return expand(rest, out, err);
     }
     err << "tavoctl: unknown command '" << command << "'\n" << usage;
     return 2;

@@ -14,5 +14,6 @@ int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextSt
 int account(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err);
 int list(const QStringList& arguments, QTextStream& out, QTextStream& err);
 int add(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int expand(const QStringList& arguments, QTextStream& out, QTextStream& err);
 
 } // namespace tavo::ctl

@@ -3,7 +3,9 @@
 #include <QtTest>
 
 using namespace tavo;
+using namespace Qt::StringLiterals;
 
+Q_DECLARE_METATYPE(tavo::BulkAssignmentMode)
 Q_DECLARE_METATYPE(tavo::BulkShortcutRename::Mode)
 Q_DECLARE_METATYPE(tavo::BulkShortcutRename::Target)
 
@@ -26,13 +28,13 @@ QDateTime utc(int year, int month, int day)
     return QDateTime(QDate(year, month, day), QTime(0, 0), Qt::UTC);
 }
 
-Clip makeClip(const QString& key, const QString& name = QStringLiteral("Name"),
-              const QString& group = QStringLiteral("Work"), std::optional<QStringList> groups = std::nullopt)
+Clip makeClip(const QString& key, const QString& name = u"Name"_s, const QString& group = u"Work"_s,
+              std::optional<QStringList> groups = std::nullopt)
 {
     Clip clip;
     clip.key = key;
     clip.name = name;
-    clip.text = QStringLiteral("text");
+    clip.text = u"text"_s;
     clip.group = group;
     clip.groups = std::move(groups);
     return clip;
@@ -51,32 +53,23 @@ CollectionDefinition definitionWithFields(const QString& name, const QStringList
 {
     CollectionDefinition definition = CollectionDefinition::emptyFor(name, utc(2024, 1, 1));
     for (const QString& fieldName : fieldNames) {
-        CollectionFieldDefinition field;
-        field.id = uuidText(QUuid::createUuid());
-        field.name = fieldName;
-        definition.fields.append(field);
+        definition.fields.append({uuidText(QUuid::createUuid()), fieldName, u"Text"_s, false, QString()});
     }
     return definition;
 }
 
 CollectionRecord makeRecord(const QString& collection, const QString& alias)
 {
-    CollectionRecord record;
-    record.id = uuidText(QUuid::createUuid());
-    record.collection = collection;
-    record.name = QStringLiteral("Record ") + alias;
-    record.alias = alias;
-    record.updatedAt = utc(2024, 1, 1);
-    return record;
+    return {uuidText(QUuid::createUuid()), collection, u"Record "_s + alias, alias, {}, {}, utc(2024, 1, 1)};
 }
 
-const QString tooLongOrEmpty = QStringLiteral(
-    "A resulting shortcut code is empty or longer than 48 characters. Shorten the added text and try again.");
+const QString tooLongOrEmpty =
+    u"A resulting shortcut code is empty or longer than 48 characters. Shorten the added text and try again."_s;
 
 QString duplicateMessage(const char* code)
 {
-    return QStringLiteral("This rename would create a duplicate shortcut code (") + QString::fromUtf8(code) +
-           QStringLiteral("). Change the rule or selection and try again.");
+    return u"This rename would create a duplicate shortcut code ("_s + QString::fromUtf8(code) +
+           u"). Change the rule or selection and try again."_s;
 }
 
 } // namespace
@@ -86,120 +79,83 @@ class TestCollectionRules : public QObject
     Q_OBJECT
 
 private slots:
-    void moveReplacesCollections();
-    void addToAppendsMissingCollections();
-    void bulkChangeWithNothingChosenChangesNothing();
-    void movedMessageListsNames();
+    void bulkCollectionChange_data();
+    void bulkCollectionChange();
 
     void validateRename_data();
     void validateRename();
-    void renameInNames();
-    void renameInClips();
-    void renameInLibrary();
+    void renameEverywhere();
     void blankRenameChangesNothing();
     void builderCollections_data();
     void builderCollections();
-    void builderCollectionsKeys_data();
-    void builderCollectionsKeys();
 
-    void modesAndTargetsInOrder();
+    void modesInOrderAndHint();
     void transformed_data();
     void transformed();
     void transformedCode_data();
     void transformedCode();
-    void applyRefusesBadCodes_data();
-    void applyRefusesBadCodes();
-    void applyCountsCharactersNotUnits();
-    void applyRefusesDuplicates_data();
-    void applyRefusesDuplicates();
+    void applyRefuses_data();
+    void applyRefuses();
     void applyRenamesCodesAndNames();
-    void namesOnlyKeepsKeys();
-    void applyClearsAnEarlierError();
-    void acceptedRenameIsStored();
-    void bulkRenameTexts();
 
     void recordSave_data();
     void recordSave();
-    void recordSaveFillsFieldsTrimmed();
-    void recordWithoutFieldsEditsDetails();
+    void recordFormFields();
     void editedRecordKeepsIdentity();
-    void recordFormStartsFromDefaults();
 
-    void definitionFieldsFromText_data();
-    void definitionFieldsFromText();
-    void definitionSave();
-    void definitionNameExists();
-    void definitionCategoryChoices();
-
-    void paging_data();
+    void definitionEditor();
     void paging();
-    void pageSlices();
     void filteredCollectionNames();
-    void duplicatePanelTexts();
+    void messages_data();
+    void messages();
 };
 
-void TestCollectionRules::moveReplacesCollections()
+void TestCollectionRules::bulkCollectionChange_data()
 {
-    QList<Clip> clips{makeClip(QStringLiteral("/a"), {}, QStringLiteral("Work"), strings({"Sales"})),
-                      makeClip(QStringLiteral("/b")), makeClip(QStringLiteral("/c"))};
-    const QSet<QUuid> selected{clips[0].id, clips[2].id};
-    const int changed =
-        applyBulkCollectionChange(clips, selected, BulkAssignmentMode::Move, strings({"Clients", "Leads"}));
-    QCOMPARE(changed, 2);
-    QCOMPARE(clips[0].group, QStringLiteral("Clients"));
-    QCOMPARE(clips[0].groups, std::optional<QStringList>(strings({"Leads"})));
-    QCOMPARE(clips[2].allGroups(), strings({"Clients", "Leads"}));
-    QCOMPARE(clips[1].group, QStringLiteral("Work"));
-    QVERIFY(!clips[1].groups);
-    QCOMPARE(clips[0].key, QStringLiteral("/a"));
+    QTest::addColumn<BulkAssignmentMode>("mode");
+    QTest::addColumn<QStringList>("chosen");
+    QTest::addColumn<QStringList>("first"); // all groups of each selected clip afterwards
+    QTest::addColumn<QStringList>("second");
+    QTest::addColumn<int>("changed");
+    const auto move = BulkAssignmentMode::Move;
+    const auto addTo = BulkAssignmentMode::AddTo;
+    QTest::newRow("move: first chosen name becomes the group")
+        << move << strings({"Clients", "Leads"}) << strings({"Clients", "Leads"}) << strings({"Clients", "Leads"}) << 2;
+    QTest::newRow("add to: only missing names, ignoring case")
+        << addTo << strings({"sales", "Clients", "CLIENTS", "Leads"}) << strings({"Work", "Sales", "Clients", "Leads"})
+        << strings({"Clients", "work", "sales", "Leads"}) << 2;
+    QTest::newRow("add to: names both hold change nothing")
+        << addTo << strings({"WORK"}) << strings({"Work", "Sales"}) << strings({"Clients", "work"}) << 0;
+    QTest::newRow("nothing chosen") << move << QStringList() << strings({"Work", "Sales"})
+                                    << strings({"Clients", "work"}) << 0;
 }
 
-void TestCollectionRules::addToAppendsMissingCollections()
+void TestCollectionRules::bulkCollectionChange()
 {
-    QList<Clip> clips{makeClip(QStringLiteral("/a"), {}, QStringLiteral("Work"), strings({"Sales"})),
-                      makeClip(QStringLiteral("/b"), {}, QStringLiteral("Clients"))};
-    const QSet<QUuid> selected{clips[0].id, clips[1].id};
-    const int changed = applyBulkCollectionChange(clips, selected, BulkAssignmentMode::AddTo,
-                                                  strings({"sales", "Clients", "CLIENTS", "Leads"}));
-    QCOMPARE(changed, 2);
-    QCOMPARE(clips[0].group, QStringLiteral("Work"));
-    QCOMPARE(clips[0].allGroups(), strings({"Work", "Sales", "Clients", "Leads"}));
-    QCOMPARE(clips[1].allGroups(), strings({"Clients", "sales", "Leads"}));
-
-    // Adding names a clip already holds changes nothing.
-    QCOMPARE(applyBulkCollectionChange(clips, selected, BulkAssignmentMode::AddTo, strings({"LEADS"})), 0);
-}
-
-void TestCollectionRules::bulkChangeWithNothingChosenChangesNothing()
-{
-    QList<Clip> clips{makeClip(QStringLiteral("/a"))};
-    const QList<Clip> before = clips;
-    QCOMPARE(applyBulkCollectionChange(clips, {clips[0].id}, BulkAssignmentMode::Move, {}), 0);
-    QCOMPARE(clips, before);
-    QCOMPARE(bulkAssignmentModeText(BulkAssignmentMode::Move), QStringLiteral("Move"));
-    QCOMPARE(bulkAssignmentModeText(BulkAssignmentMode::AddTo), QStringLiteral("Add to"));
-}
-
-void TestCollectionRules::movedMessageListsNames()
-{
-    QCOMPARE(movedShortcutsMessage(strings({"Clients", "Leads"})),
-             QStringLiteral("Moved selected shortcuts to Clients, Leads."));
+    QFETCH(BulkAssignmentMode, mode);
+    QFETCH(QStringList, chosen);
+    QFETCH(QStringList, first);
+    QFETCH(QStringList, second);
+    QFETCH(int, changed);
+    QList<Clip> clips{makeClip(u"/a"_s, {}, u"Work"_s, strings({"Sales"})), makeClip(u"/b"_s),
+                      makeClip(u"/c"_s, {}, u"Clients"_s, strings({"work"}))};
+    const Clip unselected = clips[1];
+    QCOMPARE(applyBulkCollectionChange(clips, {clips[0].id, clips[2].id}, mode, chosen), changed);
+    QCOMPARE(clips[0].allGroups(), first);
+    QCOMPARE(clips[2].allGroups(), second);
+    QCOMPARE(clips[1], unselected);
+    QCOMPARE(keysOf(clips), strings({"/a", "/b", "/c"}));
 }
 
 void TestCollectionRules::validateRename_data()
 {
     QTest::addColumn<QString>("newName");
     QTest::addColumn<QString>("message"); // empty when the rename may go ahead
-    const QString empty = QStringLiteral("Enter a collection name.");
-    const QString exists = QStringLiteral("A collection with that name already exists.");
-    QTest::newRow("empty name") << "" << empty;
-    QTest::newRow("blank name") << " \n" << empty;
-    QTest::newRow("another collection's name ignoring case") << "sales" << exists;
-    QTest::newRow("with blanks around") << " SALES " << exists;
-    QTest::newRow("a change of case only") << "WORK"
-                                           << "";
-    QTest::newRow("a free name") << "Deals"
-                                 << "";
+    QTest::newRow("blank name") << u" \n"_s << u"Enter a collection name."_s;
+    QTest::newRow("another collection's name, trimmed, ignoring case")
+        << u" sALES "_s << u"A collection with that name already exists."_s;
+    QTest::newRow("a change of case only") << u"WORK"_s << QString();
+    QTest::newRow("a free name") << u"Deals"_s << QString();
 }
 
 void TestCollectionRules::validateRename()
@@ -207,109 +163,81 @@ void TestCollectionRules::validateRename()
     QFETCH(QString, newName);
     QFETCH(QString, message);
     const std::optional<QString> refusal =
-        validateCollectionRename(newName, QStringLiteral("Work"), strings({"Personal", "Work", "Sales"}));
+        validateCollectionRename(newName, u"Work"_s, strings({"Personal", "Work", "Sales"}));
     QCOMPARE(refusal.value_or(QString()), message);
 }
 
-void TestCollectionRules::renameInNames()
+void TestCollectionRules::renameEverywhere()
 {
     QStringList names = strings({"Personal", "work", "Sales"});
-    QVERIFY(renameCollectionInNames(names, QStringLiteral("Work"), QStringLiteral(" Deals ")));
+    QVERIFY(renameCollectionInNames(names, u"Work"_s, u" Deals "_s));
     QCOMPARE(names, strings({"Personal", "Deals", "Sales"}));
-
     // A stale hidden entry of the new name is not kept twice.
     QStringList hidden = strings({"Work", "deals"});
-    QVERIFY(renameCollectionInNames(hidden, QStringLiteral("work"), QStringLiteral("Deals")));
+    QVERIFY(renameCollectionInNames(hidden, u"work"_s, u"Deals"_s));
     QCOMPARE(hidden, strings({"Deals"}));
+    QVERIFY(!renameCollectionInNames(names, u"Nothing"_s, u"Else"_s));
 
-    QVERIFY(!renameCollectionInNames(names, QStringLiteral("Nothing"), QStringLiteral("Else")));
-}
-
-void TestCollectionRules::renameInClips()
-{
-    QList<Clip> clips{makeClip(QStringLiteral("/a"), {}, QStringLiteral("WORK"), strings({"Sales", "work"})),
-                      makeClip(QStringLiteral("/b"), {}, QStringLiteral("Personal"), strings({"Work"})),
-                      makeClip(QStringLiteral("/c"), {}, QStringLiteral("Personal"))};
+    QList<Clip> clips{makeClip(u"/a"_s, {}, u"WORK"_s, strings({"Sales", "work"})),
+                      makeClip(u"/b"_s, {}, u"Personal"_s, strings({"Work"})), makeClip(u"/c"_s, {}, u"Personal"_s)};
     const Clip untouched = clips[2];
-    QVERIFY(renameCollectionInClips(clips, QStringLiteral("Work"), QStringLiteral("Deals")));
-    QCOMPARE(clips[0].group, QStringLiteral("Deals"));
-    QCOMPARE(clips[0].groups, std::optional<QStringList>(strings({"Sales", "Deals"})));
+    QVERIFY(renameCollectionInClips(clips, u"Work"_s, u"Deals"_s));
+    QCOMPARE(clips[0].group, u"Deals"_s);
+    QCOMPARE(clips[0].groups, std::optional(strings({"Sales", "Deals"})));
     QCOMPARE(clips[1].allGroups(), strings({"Personal", "Deals"}));
     QCOMPARE(clips[2], untouched);
-    QCOMPARE(clips[0].key, QStringLiteral("/a"));
-}
 
-void TestCollectionRules::renameInLibrary()
-{
-    QList<CollectionDefinition> definitions{CollectionDefinition::emptyFor(QStringLiteral("work"), utc(2024, 1, 1)),
-                                            CollectionDefinition::emptyFor(QStringLiteral("Sales"), utc(2024, 1, 1))};
-    QList<CollectionRecord> records{makeRecord(QStringLiteral("WORK"), QStringLiteral("a")),
-                                    makeRecord(QStringLiteral("Sales"), QStringLiteral("b"))};
-    const QDateTime now = utc(2025, 5, 5);
-    QVERIFY(renameCollectionInLibrary(definitions, records, QStringLiteral("Work"), QStringLiteral("Deals"), now));
-    QCOMPARE(definitions[0].name, QStringLiteral("Deals"));
-    QCOMPARE(definitions[0].updatedAt, now);
+    QList<CollectionDefinition> definitions{CollectionDefinition::emptyFor(u"work"_s, utc(2024, 1, 1)),
+                                            CollectionDefinition::emptyFor(u"Sales"_s, utc(2024, 1, 1))};
+    QList<CollectionRecord> records{makeRecord(u"WORK"_s, u"a"_s), makeRecord(u"Sales"_s, u"b"_s)};
+    QVERIFY(renameCollectionInLibrary(definitions, records, u"Work"_s, u"Deals"_s, utc(2025, 5, 5)));
+    QCOMPARE(definitions[0].name, u"Deals"_s);
+    QCOMPARE(definitions[0].updatedAt, utc(2025, 5, 5));
     QCOMPARE(definitions[1].updatedAt, utc(2024, 1, 1));
-    QCOMPARE(records[0].collection, QStringLiteral("Deals"));
-    QCOMPARE(records[0].updatedAt, now);
-    QCOMPARE(records[1].collection, QStringLiteral("Sales"));
+    QCOMPARE(records[0].collection, u"Deals"_s);
+    QCOMPARE(records[0].updatedAt, utc(2025, 5, 5));
+    QCOMPARE(records[1].collection, u"Sales"_s);
     QCOMPARE(records[1].updatedAt, utc(2024, 1, 1));
+
+    QVERIFY(isBuilderCollectionsKey(u"tavoBuilderCollections.Mail"_s));
+    QVERIFY(isBuilderCollectionsKey(u"tavoBuilderOutputCollections.Mail"_s));
+    QVERIFY(!isBuilderCollectionsKey(u"tavoBuilderCollections"_s));
 }
 
 void TestCollectionRules::blankRenameChangesNothing()
 {
     QStringList names = strings({"Work"});
-    QList<Clip> clips{makeClip(QStringLiteral("/a"))};
-    QList<CollectionDefinition> definitions{CollectionDefinition::emptyFor(QStringLiteral("Work"))};
-    QList<CollectionRecord> records{makeRecord(QStringLiteral("Work"), QStringLiteral("a"))};
+    QList<Clip> clips{makeClip(u"/a"_s)};
+    QList<CollectionDefinition> definitions{CollectionDefinition::emptyFor(u"Work"_s)};
+    QList<CollectionRecord> records{makeRecord(u"Work"_s, u"a"_s)};
     const auto before = std::make_tuple(names, clips, definitions, records);
-    QVERIFY(!renameCollectionInNames(names, QStringLiteral("Work"), QStringLiteral("  ")));
-    QVERIFY(!renameCollectionInClips(clips, QStringLiteral("Work"), QString()));
-    QVERIFY(!renameCollectionInLibrary(definitions, records, QStringLiteral("Work"), QStringLiteral("\n")));
+    QVERIFY(!renameCollectionInNames(names, u"Work"_s, u"  "_s));
+    QVERIFY(!renameCollectionInClips(clips, u"Work"_s, QString()));
+    QVERIFY(!renameCollectionInLibrary(definitions, records, u"Work"_s, u"\n"_s));
     QCOMPARE(std::make_tuple(names, clips, definitions, records), before);
-    QCOMPARE(renamedBuilderCollections(QStringLiteral("Work,Sales"), QStringLiteral("Work"), QStringLiteral(" ")),
-             QStringLiteral("Work,Sales"));
 }
 
 void TestCollectionRules::builderCollections_data()
 {
     QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("to");
     QTest::addColumn<QString>("renamed");
-    QTest::newRow("parts trimmed and joined with comma and blank") << "Work,  Sales ,Leads"
-                                                                   << "Deals, Sales, Leads";
-    QTest::newRow("matched ignoring case") << "sales,WORK"
-                                           << "sales, Deals";
-    QTest::newRow("no match still rejoins") << "Sales,Leads"
-                                            << "Sales, Leads";
-    QTest::newRow("a name that only contains it stays") << "Workshop"
-                                                        << "Workshop";
+    QTest::newRow("parts trimmed, joined with comma and blank")
+        << u"Work,  Sales ,Leads"_s << u"Deals"_s << u"Deals, Sales, Leads"_s;
+    QTest::newRow("matched ignoring case") << u"sales,WORK"_s << u" Deals "_s << u"sales, Deals"_s;
+    QTest::newRow("a name that only contains it stays") << u"Workshop"_s << u"Deals"_s << u"Workshop"_s;
+    QTest::newRow("a blank new name changes nothing") << u"Work,Sales"_s << u" "_s << u"Work,Sales"_s;
 }
 
 void TestCollectionRules::builderCollections()
 {
     QFETCH(QString, value);
+    QFETCH(QString, to);
     QFETCH(QString, renamed);
-    QCOMPARE(renamedBuilderCollections(value, QStringLiteral("Work"), QStringLiteral("Deals")), renamed);
+    QCOMPARE(renamedBuilderCollections(value, u"Work"_s, to), renamed);
 }
 
-void TestCollectionRules::builderCollectionsKeys_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<bool>("holdsCollections");
-    QTest::newRow("builder sources") << "tavoBuilderCollections.Mail" << true;
-    QTest::newRow("builder outputs") << "tavoBuilderOutputCollections.Mail" << true;
-    QTest::newRow("prefix needs its full stop") << "tavoBuilderCollections" << false;
-    QTest::newRow("other builder key") << "tavoBuilderVariables.Mail" << false;
-}
-
-void TestCollectionRules::builderCollectionsKeys()
-{
-    QFETCH(QString, key);
-    QFETCH(bool, holdsCollections);
-    QCOMPARE(isBuilderCollectionsKey(key), holdsCollections);
-}
-
-void TestCollectionRules::modesAndTargetsInOrder()
+void TestCollectionRules::modesInOrderAndHint()
 {
     QStringList modes;
     for (const Mode mode : BulkShortcutRename::modes()) {
@@ -317,11 +245,14 @@ void TestCollectionRules::modesAndTargetsInOrder()
     }
     QCOMPARE(modes, strings({"Add prefix", "Add suffix", "Replace prefix", "Replace suffix", "Find & replace",
                              "Lowercase", "UPPERCASE", "Title Case", "Use shortcut name"}));
-    QStringList targets;
-    for (const Target target : BulkShortcutRename::targets()) {
-        targets.append(BulkShortcutRename::targetText(target));
-    }
-    QCOMPARE(targets, strings({"Shortcut codes", "Shortcut names", "Codes and names"}));
+
+    // Names cannot make codes when only names change.
+    BulkShortcutRename rule;
+    rule.mode = Mode::UseShortcutName;
+    rule.target = Target::Names;
+    QVERIFY(rule.showsUseNameHint());
+    rule.target = Target::CodesAndNames;
+    QVERIFY(!rule.showsUseNameHint());
 }
 
 void TestCollectionRules::transformed_data()
@@ -331,66 +262,25 @@ void TestCollectionRules::transformed_data()
     QTest::addColumn<QString>("replacement");
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("result");
-    QTest::newRow("add prefix") << Mode::AddPrefix << "new-"
-                                << ""
-                                << "sig"
-                                << "new-sig";
-    QTest::newRow("add suffix") << Mode::AddSuffix << "-x"
-                                << ""
-                                << "sig"
-                                << "sig-x";
-    QTest::newRow("replace prefix") << Mode::ReplacePrefix << "old"
-                                    << "new"
-                                    << "oldsig"
-                                    << "newsig";
-    QTest::newRow("replace prefix only at the start") << Mode::ReplacePrefix << "sig"
-                                                      << "x"
-                                                      << "oldsig"
-                                                      << "oldsig";
-    QTest::newRow("replace prefix minds case") << Mode::ReplacePrefix << "OLD"
-                                               << "new"
-                                               << "oldsig"
-                                               << "oldsig";
-    QTest::newRow("replace suffix") << Mode::ReplaceSuffix << "2023"
-                                    << "2024"
-                                    << "report2023"
-                                    << "report2024";
-    QTest::newRow("replace suffix only at the end") << Mode::ReplaceSuffix << "re"
-                                                    << "x"
-                                                    << "report"
-                                                    << "report";
-    QTest::newRow("find and replace all, ignoring case") << Mode::FindAndReplace << "ab"
-                                                         << "x"
-                                                         << "Ab-aB-ab"
-                                                         << "x-x-x";
-    QTest::newRow("find nothing replaces nothing") << Mode::FindAndReplace << ""
-                                                   << "x"
-                                                   << "abc"
-                                                   << "abc";
-    QTest::newRow("empty prefix to replace changes nothing") << Mode::ReplacePrefix << ""
-                                                             << "x"
-                                                             << "abc"
-                                                             << "abc";
-    QTest::newRow("lowercase") << Mode::Lowercase << ""
-                               << ""
-                               << "Hello World"
-                               << "hello world";
-    QTest::newRow("uppercase") << Mode::Uppercase << ""
-                               << ""
-                               << "Hello World"
-                               << "HELLO WORLD";
-    QTest::newRow("title case per word") << Mode::TitleCase << ""
-                                         << ""
-                                         << "hELLO  wORLD\tagain"
-                                         << "Hello  World\tAgain";
-    QTest::newRow("title case of accented words") << Mode::TitleCase << ""
-                                                  << ""
-                                                  << "élan ÇA"
-                                                  << "Élan Ça";
-    QTest::newRow("use shortcut name leaves a name") << Mode::UseShortcutName << "x"
-                                                     << "y"
-                                                     << "Name"
-                                                     << "Name";
+    QTest::newRow("replace prefix") << Mode::ReplacePrefix << u"old"_s << u"new"_s << u"oldsig"_s << u"newsig"_s;
+    QTest::newRow("replace prefix only at the start")
+        << Mode::ReplacePrefix << u"sig"_s << u"x"_s << u"oldsig"_s << u"oldsig"_s;
+    QTest::newRow("replace prefix minds case")
+        << Mode::ReplacePrefix << u"OLD"_s << u"new"_s << u"oldsig"_s << u"oldsig"_s;
+    QTest::newRow("empty prefix to replace changes nothing")
+        << Mode::ReplacePrefix << u""_s << u"x"_s << u"abc"_s << u"abc"_s;
+    QTest::newRow("replace suffix") << Mode::ReplaceSuffix << u"2023"_s << u"2024"_s << u"report2023"_s
+                                    << u"report2024"_s;
+    QTest::newRow("find and replace all, ignoring case")
+        << Mode::FindAndReplace << u"ab"_s << u"x"_s << u"Ab-aB-ab"_s << u"x-x-x"_s;
+    QTest::newRow("find nothing replaces nothing") << Mode::FindAndReplace << u""_s << u"x"_s << u"abc"_s << u"abc"_s;
+    QTest::newRow("lowercase") << Mode::Lowercase << u""_s << u""_s << u"Hello World"_s << u"hello world"_s;
+    QTest::newRow("uppercase") << Mode::Uppercase << u""_s << u""_s << u"Hello World"_s << u"HELLO WORLD"_s;
+    QTest::newRow("title case per word") << Mode::TitleCase << u""_s << u""_s << u"hELLO  wORLD\tagain"_s
+                                         << u"Hello  World\tAgain"_s;
+    QTest::newRow("title case of accented words") << Mode::TitleCase << u""_s << u""_s << u"élan ÇA"_s << u"Élan Ça"_s;
+    QTest::newRow("use shortcut name leaves a name")
+        << Mode::UseShortcutName << u"x"_s << u"y"_s << u"Name"_s << u"Name"_s;
 }
 
 void TestCollectionRules::transformed()
@@ -414,46 +304,21 @@ void TestCollectionRules::transformedCode_data()
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("code");
-    QTest::newRow("suffix stays at the end") << Mode::AddSuffix << "-x"
-                                             << "/cat.media"
-                                             << ""
-                                             << "/cat-x.media";
-    QTest::newRow("prefix goes after the slash") << Mode::AddPrefix << "my-"
-                                                 << "/cat.web"
-                                                 << ""
-                                                 << "/my-cat.web";
-    QTest::newRow("result lower-cased, suffix too") << Mode::AddPrefix << "New"
-                                                    << "\\Thanks.WEB"
-                                                    << ""
-                                                    << "/newthanks.web";
-    QTest::newRow("blanks and slashes become one dash") << Mode::AddSuffix << " a/ \\b"
-                                                        << "/cat"
-                                                        << ""
-                                                        << "/cat-a-b";
-    QTest::newRow("slashes trimmed from both ends") << Mode::Lowercase << ""
-                                                    << "//Cat\\"
-                                                    << ""
-                                                    << "/cat";
-    QTest::newRow("only the last suffix kept aside") << Mode::AddSuffix << "2"
-                                                     << "/a.app.web"
-                                                     << ""
-                                                     << "/a.app2.web";
-    QTest::newRow("media suffix kept") << Mode::AddSuffix << "2"
-                                       << "/a.media"
-                                       << ""
-                                       << "/a2.media";
-    QTest::newRow("code from name") << Mode::UseShortcutName << ""
-                                    << "/old.gif"
-                                    << "Happy Cat! (2)"
-                                    << "/happy-cat-2.gif";
-    QTest::newRow("code from name drops other scripts") << Mode::UseShortcutName << ""
-                                                        << "/old"
-                                                        << "Café Noir"
-                                                        << "/caf-noir";
-    QTest::newRow("find and replace within the code") << Mode::FindAndReplace << "CAT"
-                                                      << "/mycat.e"
-                                                      << ""
-                                                      << "/mydog.e";
+    QTest::newRow("suffix stays at the end")
+        << Mode::AddSuffix << u"-x"_s << u"/cat.media"_s << u""_s << u"/cat-x.media"_s;
+    QTest::newRow("result lower-cased, suffix too")
+        << Mode::AddPrefix << u"New"_s << u"\\Thanks.WEB"_s << u""_s << u"/newthanks.web"_s;
+    QTest::newRow("blanks and slashes become one dash")
+        << Mode::AddSuffix << u" a/ \\b"_s << u"/cat"_s << u""_s << u"/cat-a-b"_s;
+    QTest::newRow("slashes trimmed from both ends") << Mode::Lowercase << u""_s << u"//Cat\\"_s << u""_s << u"/cat"_s;
+    QTest::newRow("only the last suffix kept aside")
+        << Mode::AddSuffix << u"2"_s << u"/a.app.web"_s << u""_s << u"/a.app2.web"_s;
+    QTest::newRow("code from name") << Mode::UseShortcutName << u""_s << u"/old.gif"_s << u"Happy Cat! (2)"_s
+                                    << u"/happy-cat-2.gif"_s;
+    QTest::newRow("code from name drops other scripts")
+        << Mode::UseShortcutName << u""_s << u"/old"_s << u"Café Noir"_s << u"/caf-noir"_s;
+    QTest::newRow("find and replace within the code")
+        << Mode::FindAndReplace << u"CAT"_s << u"/mycat.e"_s << u""_s << u"/mydog.e"_s;
 }
 
 void TestCollectionRules::transformedCode()
@@ -466,81 +331,54 @@ void TestCollectionRules::transformedCode()
     BulkShortcutRename rule;
     rule.mode = mode;
     rule.findText = findText;
-    rule.replacement = QStringLiteral("dog");
+    rule.replacement = u"dog"_s;
     QCOMPARE(rule.transformedCode(makeClip(key, name)), code);
 }
 
-void TestCollectionRules::applyRefusesBadCodes_data()
+void TestCollectionRules::applyRefuses_data()
 {
+    QTest::addColumn<Target>("target");
     QTest::addColumn<Mode>("mode");
     QTest::addColumn<QString>("findText");
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<bool>("accepted");
-    // "/" + 43 + ".web" is 48 characters.
-    QTest::newRow("48 characters allowed") << Mode::AddSuffix << QString(40, u'x') << "/abc.web"
-                                           << "" << true;
-    QTest::newRow("49 characters refused") << Mode::AddSuffix << QString(41, u'x') << "/abc.web"
-                                           << "" << false;
-    QTest::newRow("nothing left of the code") << Mode::ReplacePrefix << "abc"
-                                              << "/abc.web"
-                                              << "" << false;
-    QTest::newRow("a name without letters or digits") << Mode::UseShortcutName << ""
-                                                      << "/abc"
-                                                      << "!!!" << false;
-}
-
-void TestCollectionRules::applyRefusesBadCodes()
-{
-    QFETCH(Mode, mode);
-    QFETCH(QString, findText);
-    QFETCH(QString, key);
-    QFETCH(QString, name);
-    QFETCH(bool, accepted);
-    BulkShortcutRename rule;
-    rule.mode = mode;
-    rule.findText = findText;
-    const Clip clip = makeClip(key, name);
-    const auto renames = rule.apply({clip}, {clip.key, QStringLiteral("/other")});
-    QCOMPARE(renames.has_value(), accepted);
-    QCOMPARE(rule.error, accepted ? QString() : tooLongOrEmpty);
-    if (accepted) {
-        QCOMPARE(renames->value(clip.id).key.size(), 48);
-    }
-}
-
-void TestCollectionRules::applyCountsCharactersNotUnits()
-{
-    // 47 emoji after the slash are 48 characters, though 95 UTF-16 units.
-    BulkShortcutRename rule;
-    rule.mode = BulkShortcutRename::Mode::AddSuffix;
-    rule.findText = QStringLiteral("😀").repeated(46);
-    const Clip clip = makeClip(QStringLiteral("/a"));
-    QVERIFY(rule.apply({clip}, {clip.key}));
-    rule.findText += QStringLiteral("😀");
-    QVERIFY(!rule.apply({clip}, {clip.key}));
-    QCOMPARE(rule.error, tooLongOrEmpty);
-}
-
-void TestCollectionRules::applyRefusesDuplicates_data()
-{
     QTest::addColumn<QStringList>("selectedKeys");
     QTest::addColumn<QStringList>("otherKeys");
     QTest::addColumn<QString>("error"); // empty when accepted
-    // The rule lower-cases codes.
-    QTest::newRow("two results alike") << strings({"/Cat", "/CAT.web", "/cAt"}) << QStringList()
-                                       << duplicateMessage("/cat");
+    const Target codes = Target::Codes;
+    const QStringList none;
+    // "/" + 43 + ".web" is 48 characters.
+    QTest::newRow("48 characters allowed")
+        << codes << Mode::AddSuffix << QString(40, u'x') << strings({"/abc.web"}) << none << QString();
+    QTest::newRow("49 characters refused")
+        << codes << Mode::AddSuffix << QString(41, u'x') << strings({"/abc.web"}) << none << tooLongOrEmpty;
+    // 48 characters, though 95 UTF-16 units.
+    QTest::newRow("characters counted, not units")
+        << codes << Mode::AddSuffix << u"😀"_s.repeated(46) << strings({"/a"}) << none << QString();
+    QTest::newRow("49 emoji refused") << codes << Mode::AddSuffix << u"😀"_s.repeated(47) << strings({"/a"}) << none
+                                      << tooLongOrEmpty;
+    QTest::newRow("nothing left of the code")
+        << codes << Mode::ReplacePrefix << u"abc"_s << strings({"/abc.web"}) << none << tooLongOrEmpty;
+    // Lowercase makes these codes alike.
+    QTest::newRow("two results alike") << codes << Mode::Lowercase << QString() << strings({"/Cat", "/CAT.web", "/cAt"})
+                                       << none << duplicateMessage("/cat");
     QTest::newRow("a result equal to an unselected key, ignoring case")
-        << strings({"/Dog"}) << strings({"/DOG", "/x"}) << duplicateMessage("/dog");
-    QTest::newRow("a selected key may keep its own code") << strings({"/Dog", "/Cat"}) << strings({"/x"}) << QString();
+        << codes << Mode::Lowercase << QString() << strings({"/Dog"}) << strings({"/DOG", "/x"})
+        << duplicateMessage("/dog");
+    QTest::newRow("a selected key may keep its own code")
+        << codes << Mode::Lowercase << QString() << strings({"/Dog", "/Cat"}) << strings({"/x"}) << QString();
     QTest::newRow("results may take codes the selection gives up")
-        << strings({"/Dog", "/dog.web"}) << strings({"/dog.app"}) << QString();
+        << codes << Mode::Lowercase << QString() << strings({"/Dog", "/dog.web"}) << strings({"/dog.app"}) << QString();
     QTest::newRow("an unselected twin of a selected key still counts")
-        << strings({"/Dog"}) << strings({"/dog"}) << duplicateMessage("/dog");
+        << codes << Mode::Lowercase << QString() << strings({"/Dog"}) << strings({"/dog"}) << duplicateMessage("/dog");
+    // The library already holds two alike codes; a change of names must still go ahead.
+    QTest::newRow("names only keep their keys")
+        << Target::Names << Mode::TitleCase << QString() << strings({"/Dup", "/dup"}) << none << QString();
 }
 
-void TestCollectionRules::applyRefusesDuplicates()
+void TestCollectionRules::applyRefuses()
 {
+    QFETCH(Target, target);
+    QFETCH(Mode, mode);
+    QFETCH(QString, findText);
     QFETCH(QStringList, selectedKeys);
     QFETCH(QStringList, otherKeys);
     QFETCH(QString, error);
@@ -549,93 +387,42 @@ void TestCollectionRules::applyRefusesDuplicates()
         selected.append(makeClip(key));
     }
     BulkShortcutRename rule;
-    rule.mode = BulkShortcutRename::Mode::Lowercase;
+    rule.target = target;
+    rule.mode = mode;
+    rule.findText = findText;
+    rule.error = u"an earlier refusal"_s; // cleared by an accepted rename
     const auto renames = rule.apply(selected, selectedKeys + otherKeys);
     QCOMPARE(rule.error, error);
     QCOMPARE(renames.has_value(), error.isEmpty());
+    if (renames && target == Target::Names) {
+        for (const Clip& clip : selected) {
+            QCOMPARE(renames->value(clip.id), (RenamedShortcut{clip.key, u"Name"_s}));
+        }
+    }
 }
 
 void TestCollectionRules::applyRenamesCodesAndNames()
 {
-    const QList<Clip> selected{makeClip(QStringLiteral("/cat.media"), QStringLiteral("Cat video")),
-                               makeClip(QStringLiteral("/Dog"), QStringLiteral(" Dog "))};
+    QList<Clip> clips{makeClip(u"/cat.media"_s, u"Cat video"_s), makeClip(u"/b"_s), makeClip(u"/Dog"_s, u" Dog "_s)};
+    const QList<Clip> selected{clips[0], clips[2]};
     BulkShortcutRename rule;
     rule.target = Target::CodesAndNames;
     rule.mode = Mode::AddSuffix;
-    rule.findText = QStringLiteral("-x ");
-    const auto renames = rule.apply(selected, keysOf(selected) + strings({"/cat-x"}));
+    rule.findText = u"-x "_s;
+    const auto renames = rule.apply(selected, keysOf(clips) + strings({"/cat-x"}));
     QVERIFY2(renames, qPrintable(rule.error));
     QCOMPARE(renames->size(), 2);
-    QCOMPARE(renames->value(selected[0].id),
-             (RenamedShortcut{QStringLiteral("/cat-x-.media"), QStringLiteral("Cat video-x")}));
-    QCOMPARE(renames->value(selected[1].id), (RenamedShortcut{QStringLiteral("/dog-x-"), QStringLiteral("Dog -x")}));
+    QCOMPARE(renames->value(clips[0].id), (RenamedShortcut{u"/cat-x-.media"_s, u"Cat video-x"_s}));
+    QCOMPARE(renames->value(clips[2].id), (RenamedShortcut{u"/dog-x-"_s, u"Dog -x"_s}));
+    QCOMPARE(applyShortcutRenames(clips, *renames), 2);
+    QCOMPARE(keysOf(clips), strings({"/cat-x-.media", "/b", "/dog-x-"}));
+    QCOMPARE(clips[2].name, u"Dog -x"_s);
 
     // Codes from names keep the names as they are.
     rule.mode = Mode::UseShortcutName;
     const auto fromNames = rule.apply(selected, keysOf(selected));
     QVERIFY(fromNames);
-    QCOMPARE(fromNames->value(selected[0].id),
-             (RenamedShortcut{QStringLiteral("/cat-video.media"), QStringLiteral("Cat video")}));
-}
-
-void TestCollectionRules::namesOnlyKeepsKeys()
-{
-    // The library already holds two alike codes; a change of names must still go ahead.
-    const QList<Clip> selected{makeClip(QStringLiteral("/Dup"), QStringLiteral("first one")),
-                               makeClip(QStringLiteral("/dup"), QStringLiteral("second one"))};
-    BulkShortcutRename rule;
-    rule.target = Target::Names;
-    rule.mode = Mode::TitleCase;
-    const auto renames = rule.apply(selected, keysOf(selected));
-    QVERIFY2(renames, qPrintable(rule.error));
-    QCOMPARE(renames->value(selected[0].id), (RenamedShortcut{QStringLiteral("/Dup"), QStringLiteral("First One")}));
-    QCOMPARE(renames->value(selected[1].id), (RenamedShortcut{QStringLiteral("/dup"), QStringLiteral("Second One")}));
-
-    rule.mode = Mode::UseShortcutName;
-    QVERIFY(rule.showsUseNameHint());
-    const auto unchanged = rule.apply(selected, keysOf(selected));
-    QVERIFY(unchanged);
-    QCOMPARE(unchanged->value(selected[0].id).name, QStringLiteral("first one"));
-    rule.target = Target::CodesAndNames;
-    QVERIFY(!rule.showsUseNameHint());
-}
-
-void TestCollectionRules::applyClearsAnEarlierError()
-{
-    const Clip clip = makeClip(QStringLiteral("/a"));
-    BulkShortcutRename rule;
-    rule.mode = Mode::AddSuffix;
-    rule.findText = QString(60, u'x');
-    QVERIFY(!rule.apply({clip}, {clip.key}));
-    QVERIFY(!rule.error.isEmpty());
-    rule.findText = QStringLiteral("b");
-    QVERIFY(rule.apply({clip}, {clip.key}));
-    QVERIFY(rule.error.isEmpty());
-}
-
-void TestCollectionRules::acceptedRenameIsStored()
-{
-    QList<Clip> clips{makeClip(QStringLiteral("/a")), makeClip(QStringLiteral("/b")), makeClip(QStringLiteral("/c"))};
-    BulkShortcutRename rule;
-    rule.target = Target::CodesAndNames;
-    rule.mode = Mode::AddPrefix;
-    rule.findText = QStringLiteral("x");
-    const auto renames = rule.apply({clips[0], clips[2]}, keysOf(clips));
-    QVERIFY(renames);
-    QCOMPARE(applyShortcutRenames(clips, *renames), 2);
-    QCOMPARE(keysOf(clips), strings({"/xa", "/b", "/xc"}));
-    QCOMPARE(clips[0].name, QStringLiteral("xName"));
-    QCOMPARE(clips[1].name, QStringLiteral("Name"));
-}
-
-void TestCollectionRules::bulkRenameTexts()
-{
-    QCOMPARE(BulkShortcutRename::applyButtonText(3), QStringLiteral("Apply to 3 shortcuts"));
-    QCOMPARE(BulkShortcutRename::summaryText(3),
-             QStringLiteral("Apply one rename rule to all 3 selected shortcuts. Shortcut codes keep their slash and "
-                            "file-type suffix."));
-    QCOMPARE(BulkShortcutRename::renamedMessage(12), QStringLiteral("Renamed 12 selected shortcuts."));
-    QVERIFY(bulkRenameUseNameHint.contains(QStringLiteral("shortcut\u2019s current name")));
+    QCOMPARE(fromNames->value(clips[0].id), (RenamedShortcut{u"/cat-video.media"_s, u"Cat video"_s}));
 }
 
 void TestCollectionRules::recordSave_data()
@@ -644,28 +431,14 @@ void TestCollectionRules::recordSave_data()
     QTest::addColumn<QString>("alias");
     QTest::addColumn<QString>("error");
     QTest::addColumn<QString>("storedAlias");
-    const QString missing = QStringLiteral("Enter both a record name and shortcut alias.");
-    const QString taken = QStringLiteral("That shortcut alias is already used in this collection.");
-    QTest::newRow("no name") << " \n"
-                             << "acme" << missing << "";
-    QTest::newRow("alias of slashes and blanks only") << "Acme"
-                                                      << " /\\ " << missing << "";
-    QTest::newRow("alias taken ignoring case") << "Acme"
-                                               << "ACME" << taken << "";
-    QTest::newRow("alias taken once normalised") << "Acme"
-                                                 << "\\Acme/ " << taken << "";
-    QTest::newRow("alias used only in another collection") << "Globex"
-                                                           << "globex"
-                                                           << ""
-                                                           << "globex";
-    QTest::newRow("alias normalised") << "Initech"
-                                      << " /InitECH\\ "
-                                      << ""
-                                      << "initech";
-    QTest::newRow("inner slashes stay") << "Initech"
-                                        << "a/b"
-                                        << ""
-                                        << "a/b";
+    const QString missing = u"Enter both a record name and shortcut alias."_s;
+    const QString taken = u"That shortcut alias is already used in this collection."_s;
+    QTest::newRow("no name") << u" \n"_s << u"acme"_s << missing << u""_s;
+    QTest::newRow("alias of slashes and blanks only") << u"Acme"_s << u" /\\ "_s << missing << u""_s;
+    QTest::newRow("alias taken once normalised") << u"Acme"_s << u"\\ACME/ "_s << taken << u""_s;
+    QTest::newRow("alias used only in another collection") << u"Globex"_s << u"globex"_s << u""_s << u"globex"_s;
+    QTest::newRow("alias normalised") << u" Initech\n"_s << u" /InitECH\\ "_s << u""_s << u"initech"_s;
+    QTest::newRow("inner slashes stay") << u"Initech"_s << u"a/b"_s << u""_s << u"a/b"_s;
 }
 
 void TestCollectionRules::recordSave()
@@ -674,208 +447,115 @@ void TestCollectionRules::recordSave()
     QFETCH(QString, alias);
     QFETCH(QString, error);
     QFETCH(QString, storedAlias);
-    const CollectionDefinition definition = definitionWithFields(QStringLiteral("Customers"), {});
-    const QList<CollectionRecord> existing{makeRecord(QStringLiteral("customers"), QStringLiteral("acme")),
-                                           makeRecord(QStringLiteral("Vendors"), QStringLiteral("globex"))};
+    const CollectionDefinition definition = definitionWithFields(u"Customers"_s, {});
+    const QList<CollectionRecord> existing{makeRecord(u"customers"_s, u"acme"_s),
+                                           makeRecord(u"Vendors"_s, u"globex"_s)};
     CollectionRecordEditor editor;
     editor.name = name;
     editor.alias = alias;
+    editor.values[u"Details"_s] = u" 1234 "_s; // a definition without fields edits one "Details" value
     const std::optional<CollectionRecord> record = editor.save(definition, existing, nullptr, utc(2025, 1, 1));
     QCOMPARE(editor.error, error);
     QCOMPARE(record.has_value(), error.isEmpty());
     if (record) {
-        QCOMPARE(record->alias, storedAlias);
-        QCOMPARE(record->name, name.trimmed());
-        QCOMPARE(record->collection, QStringLiteral("Customers"));
         QVERIFY(parseUuid(record->id));
-        QVERIFY(record->files.isEmpty());
-        QCOMPARE(record->updatedAt, utc(2025, 1, 1));
+        const QMap<QString, QString> values{{u"Details"_s, u"1234"_s}};
+        QCOMPARE(*record, (CollectionRecord{
+                              record->id, u"Customers"_s, name.trimmed(), storedAlias, values, {}, utc(2025, 1, 1)}));
     }
 }
 
-void TestCollectionRules::recordSaveFillsFieldsTrimmed()
+void TestCollectionRules::recordFormFields()
 {
-    const CollectionDefinition definition =
-        definitionWithFields(QStringLiteral("Vendors"), strings({"Email", "Phone"}));
-    CollectionRecordEditor editor;
-    editor.name = QStringLiteral(" Globex\n");
-    editor.alias = QStringLiteral("globex");
-    editor.values = {{QStringLiteral("Email"), QStringLiteral("  hi@globex.test ")},
-                     {QStringLiteral("Stray"), QStringLiteral("not a field")}};
-    const std::optional<CollectionRecord> record = editor.save(definition, {}, nullptr);
-    QVERIFY(record);
-    QCOMPARE(record->name, QStringLiteral("Globex"));
-    QCOMPARE(record->values, (QMap<QString, QString>{{QStringLiteral("Email"), QStringLiteral("hi@globex.test")},
-                                                     {QStringLiteral("Phone"), QString()}}));
-}
-
-void TestCollectionRules::recordWithoutFieldsEditsDetails()
-{
-    const CollectionDefinition definition = definitionWithFields(QStringLiteral("Notes"), {});
-    QCOMPARE(CollectionRecordEditor::fieldNames(definition), strings({"Details"}));
-    CollectionRecordEditor editor = CollectionRecordEditor::forRecord(definition, nullptr);
-    QCOMPARE(editor.values.keys(), strings({"Details"}));
-    editor.name = QStringLiteral("Door code");
-    editor.alias = QStringLiteral("door");
-    editor.values[QStringLiteral("Details")] = QStringLiteral(" 1234 ");
-    const std::optional<CollectionRecord> record = editor.save(definition, {}, nullptr);
-    QVERIFY(record);
-    QCOMPARE(record->values, (QMap<QString, QString>{{QStringLiteral("Details"), QStringLiteral("1234")}}));
+    // A new form starts from the fields' defaults; stray values are dropped, kept ones trimmed.
+    CollectionDefinition vendors = definitionWithFields(u"Vendors"_s, strings({"Country", "Phone"}));
+    vendors.fields[0].defaultValue = u"Ireland"_s;
+    CollectionRecordEditor editor = CollectionRecordEditor::forRecord(vendors, nullptr);
+    QCOMPARE(editor.values, (QMap<QString, QString>{{u"Country"_s, u"Ireland"_s}, {u"Phone"_s, QString()}}));
+    editor.name = u"Globex"_s;
+    editor.alias = u"globex"_s;
+    editor.values = {{u"Country"_s, u"  Chile "_s}, {u"Stray"_s, u"not a field"_s}};
+    QCOMPARE(editor.save(vendors, {}, nullptr)->values,
+             (QMap<QString, QString>{{u"Country"_s, u"Chile"_s}, {u"Phone"_s, QString()}}));
 }
 
 void TestCollectionRules::editedRecordKeepsIdentity()
 {
-    const CollectionDefinition definition = definitionWithFields(QStringLiteral("Customers"), strings({"Email"}));
-    CollectionRecord original = makeRecord(QStringLiteral("Customers"), QStringLiteral("acme"));
+    const CollectionDefinition definition = definitionWithFields(u"Customers"_s, strings({"Email"}));
+    CollectionRecord original = makeRecord(u"Customers"_s, u"acme"_s);
     original.files = strings({"/home/u/logo.png"});
-    original.values = {{QStringLiteral("Content"), QStringLiteral("migrated text")},
-                       {QStringLiteral("Email"), QStringLiteral("old@acme.test")}};
-    const QList<CollectionRecord> existing{original, makeRecord(QStringLiteral("Customers"), QStringLiteral("globex"))};
+    original.values = {{u"Content"_s, u"migrated text"_s}, {u"Email"_s, u"old@acme.test"_s}};
+    const QList<CollectionRecord> existing{original, makeRecord(u"Customers"_s, u"globex"_s)};
 
     CollectionRecordEditor editor = CollectionRecordEditor::forRecord(definition, &original);
-    QCOMPARE(editor.alias, QStringLiteral("acme"));
-    QCOMPARE(editor.values, (QMap<QString, QString>{{QStringLiteral("Email"), QStringLiteral("old@acme.test")}}));
-    editor.name = QStringLiteral("Acme Corp");
-    editor.alias = QStringLiteral("ACME"); // its own alias is no clash
-    editor.values[QStringLiteral("Email")] = QStringLiteral("new@acme.test");
+    QCOMPARE(editor.alias, u"acme"_s);
+    QCOMPARE(editor.values, (QMap<QString, QString>{{u"Email"_s, u"old@acme.test"_s}}));
+    editor.name = u"Acme Corp"_s;
+    editor.alias = u"ACME"_s; // its own alias is no clash
+    editor.values[u"Email"_s] = u"new@acme.test"_s;
     const std::optional<CollectionRecord> saved = editor.save(definition, existing, &original, utc(2025, 2, 2));
     QVERIFY2(saved, qPrintable(editor.error));
-    QCOMPARE(saved->id, original.id);
-    QCOMPARE(saved->files, original.files);
-    QCOMPARE(saved->collection, original.collection);
-    QCOMPARE(saved->name, QStringLiteral("Acme Corp"));
-    QCOMPARE(saved->alias, QStringLiteral("acme"));
-    QCOMPARE(saved->updatedAt, utc(2025, 2, 2));
-    QCOMPARE(saved->values.value(QStringLiteral("Email")), QStringLiteral("new@acme.test"));
-    QCOMPARE(saved->values.value(QStringLiteral("Content")), QStringLiteral("migrated text"));
+    CollectionRecord expected = original;
+    expected.name = u"Acme Corp"_s;
+    expected.values[u"Email"_s] = u"new@acme.test"_s;
+    expected.updatedAt = utc(2025, 2, 2);
+    QCOMPARE(*saved, expected);
 
-    editor.alias = QStringLiteral("Globex");
+    editor.alias = u"Globex"_s;
     QVERIFY(!editor.save(definition, existing, &original));
-    QCOMPARE(editor.error, QStringLiteral("That shortcut alias is already used in this collection."));
+    QCOMPARE(editor.error, u"That shortcut alias is already used in this collection."_s);
 }
 
-void TestCollectionRules::recordFormStartsFromDefaults()
-{
-    CollectionDefinition definition = definitionWithFields(QStringLiteral("Vendors"), strings({"Country", "Phone"}));
-    definition.fields[0].defaultValue = QStringLiteral("Ireland");
-    const CollectionRecordEditor editor = CollectionRecordEditor::forRecord(definition, nullptr);
-    QVERIFY(editor.name.isEmpty() && editor.alias.isEmpty());
-    QCOMPARE(editor.values, (QMap<QString, QString>{{QStringLiteral("Country"), QStringLiteral("Ireland")},
-                                                    {QStringLiteral("Phone"), QString()}}));
-}
-
-void TestCollectionRules::definitionFieldsFromText_data()
-{
-    QTest::addColumn<QString>("fieldsText");
-    QTest::addColumn<QStringList>("names");
-    QTest::newRow("the form's default") << CollectionDefinitionEditor::defaultFieldsText
-                                        << strings({"Name", "Address", "Email", "Phone"});
-    QTest::newRow("pieces trimmed, empty ones dropped") << " SKU ,, Price ,\n," << strings({"SKU", "Price"});
-    QTest::newRow("nothing") << "" << QStringList();
-}
-
-void TestCollectionRules::definitionFieldsFromText()
-{
-    QFETCH(QString, fieldsText);
-    QFETCH(QStringList, names);
-    CollectionDefinitionEditor editor;
-    editor.fieldsText = fieldsText;
-    const QList<CollectionFieldDefinition> fields = editor.fields();
-    QStringList fieldNames;
-    QSet<QString> ids;
-    for (const CollectionFieldDefinition& field : fields) {
-        fieldNames.append(field.name);
-        ids.insert(field.id);
-        QCOMPARE(field.type, QStringLiteral("Text"));
-        QVERIFY(!field.required);
-        QVERIFY(field.defaultValue.isEmpty());
-        QVERIFY(parseUuid(field.id));
-    }
-    QCOMPARE(fieldNames, names);
-    QCOMPARE(ids.size(), fields.size());
-}
-
-void TestCollectionRules::definitionSave()
+void TestCollectionRules::definitionEditor()
 {
     CollectionDefinitionEditor editor;
-    QCOMPARE(editor.fieldsText, QStringLiteral("Name, Address, Email, Phone"));
-    QCOMPARE(editor.category, QStringLiteral("Utilities"));
-    QVERIFY(!editor.canSave());
-    editor.name = QStringLiteral(" Suppliers ");
-    editor.description = QStringLiteral("Parts and prices");
-    QVERIFY(editor.canSave());
+    editor.name = u" Suppliers "_s;
     const CollectionDefinition created = editor.save(utc(2025, 3, 3));
     QVERIFY(parseUuid(created.id));
-    QCOMPARE(created.name, QStringLiteral("Suppliers"));
-    QCOMPARE(created.description, QStringLiteral("Parts and prices"));
-    QCOMPARE(created.fields.size(), 4);
-    QCOMPARE(created.category, std::optional<QString>(QStringLiteral("Utilities")));
-    QCOMPARE(created.updatedAt, utc(2025, 3, 3));
+    QCOMPARE(created,
+             (CollectionDefinition{created.id, u"Suppliers"_s, {}, created.fields, utc(2025, 3, 3), u"Utilities"_s}));
+    QStringList fieldNames;
+    for (const CollectionFieldDefinition& field : created.fields) {
+        fieldNames.append(field.name);
+        QCOMPARE(field, (CollectionFieldDefinition{field.id, field.name, u"Text"_s, false, QString()}));
+        QVERIFY(parseUuid(field.id));
+    }
+    QCOMPARE(fieldNames, strings({"Name", "Address", "Email", "Phone"}));
+    QVERIFY(created.fields[0].id != created.fields[1].id);
 
     editor.id = created.id;
     editor.category.clear();
+    editor.fieldsText = u" SKU ,, Price ,\n,"_s;
     const CollectionDefinition edited = editor.save();
     QCOMPARE(edited.id, created.id);
     QVERIFY(!edited.category);
-}
+    QCOMPARE(edited.fields.size(), 2);
+    QCOMPARE(edited.fields[1].name, u"Price"_s);
 
-void TestCollectionRules::definitionNameExists()
-{
-    CollectionDefinitionEditor editor;
-    editor.name = QStringLiteral(" customers ");
-    QVERIFY(editor.nameExists(strings({"Personal", "Customers"})));
-    editor.name = QStringLiteral("Customer");
-    QVERIFY(!editor.nameExists(strings({"Personal", "Customers"})));
-    QCOMPARE(openExistingInBuilderText, QStringLiteral("Open existing in Builder"));
-    QCOMPARE(openExistingCollectionText, QStringLiteral("Open existing collection"));
-}
+    QVERIFY(editor.nameExists(strings({"Personal", "suppliers"})));
+    editor.name = u"Supplier"_s;
+    QVERIFY(!editor.nameExists(strings({"Personal", "Suppliers"})));
 
-void TestCollectionRules::definitionCategoryChoices()
-{
-    const QStringList choices = CollectionDefinitionEditor::categoryChoices(strings({"Retail", "marketing"}));
-    QVERIFY(!choices.contains(QStringLiteral("System generated")));
-    QCOMPARE(choices.first(), QStringLiteral("Finance & Billing"));
-    QCOMPARE(choices.last(), QStringLiteral("Retail"));
-    QCOMPARE(choices.size(), 14);
-}
-
-void TestCollectionRules::paging_data()
-{
-    QTest::addColumn<int>("itemCount");
-    QTest::addColumn<int>("pageCount");
-    QTest::newRow("empty list has one page") << 0 << 1;
-    QTest::newRow("one full page") << 50 << 1;
-    QTest::newRow("one more starts a page") << 51 << 2;
-    QTest::newRow("many") << 1234 << 25;
+    QCOMPARE(CollectionDefinitionEditor::categoryChoices(strings({"Retail", "marketing"})),
+             tavoCollectionCategories().mid(1) + strings({"Retail"}));
 }
 
 void TestCollectionRules::paging()
 {
-    QFETCH(int, itemCount);
-    QFETCH(int, pageCount);
-    QCOMPARE(collectionPageCount(itemCount), pageCount);
-}
-
-void TestCollectionRules::pageSlices()
-{
-    QList<int> items;
-    for (int i = 0; i < 120; ++i) {
-        items.append(i);
-    }
-    QCOMPARE(collectionPageSize, 50);
-    QCOMPARE(collectionPage(items, 0).size(), 50);
-    QCOMPARE(collectionPage(items, 1).first(), 50);
-    QCOMPARE(collectionPage(items, 2), items.mid(100));
+    QCOMPARE(collectionPageCount(0), 1);
+    QCOMPARE(collectionPageCount(50), 1);
+    QCOMPARE(collectionPageCount(51), 2);
+    const QList<int> items(120, 7);
+    QCOMPARE(collectionPage(items, 2).size(), 20);
     QVERIFY(collectionPage(items, 3).isEmpty());
     QVERIFY(collectionPage(items, -1).isEmpty());
-    QCOMPARE(collectionPageText(1, 3), QStringLiteral("Page 2 of 3"));
 }
 
 void TestCollectionRules::filteredCollectionNames()
 {
     const QStringList names = strings({"Customers", "Client Invoices", "Recipes", "Secret leads", "Shops"});
-    QList<CollectionDefinition> definitions{CollectionDefinition::emptyFor(QStringLiteral("shops"))};
-    definitions[0].category = QStringLiteral("Retail");
+    QList<CollectionDefinition> definitions{CollectionDefinition::emptyFor(u"shops"_s)};
+    definitions[0].category = u"Retail"_s;
     const QStringList hidden = strings({"SECRET LEADS"});
 
     QCOMPARE(tavo::filteredCollectionNames(names, hidden, false, {}, definitions),
@@ -885,22 +565,38 @@ void TestCollectionRules::filteredCollectionNames()
              strings({"Secret leads"}));
     QCOMPARE(tavo::filteredCollectionNames(names, hidden, false, strings({"System generated", "Retail"}), definitions),
              strings({"Customers", "Shops"}));
-    QCOMPARE(tavo::filteredCollectionNames(names, hidden, false, strings({"Utilities"}), definitions),
-             strings({"Recipes"}));
 }
 
-void TestCollectionRules::duplicatePanelTexts()
+void TestCollectionRules::messages_data()
 {
+    QTest::addColumn<QString>("actual");
+    QTest::addColumn<QString>("expected");
     DuplicateShortcutGroup shortcuts;
-    shortcuts.clips = {makeClip(QStringLiteral("/a")), makeClip(QStringLiteral("/A")), makeClip(QStringLiteral("\\a"))};
+    shortcuts.clips = {makeClip(u"/a"_s), makeClip(u"/A"_s), makeClip(u"\\a"_s)};
     shortcuts.collections = strings({"Personal", "Work"});
-    QCOMPARE(repeatedShortcutsTitle(4), QStringLiteral("Repeated shortcuts \u00b7 4"));
-    QCOMPARE(repeatsText(shortcuts), QStringLiteral("3 repeats"));
-    QCOMPARE(occurrencesText(shortcuts), QStringLiteral("3 occurrences \u00b7 2 collections \u00b7 "));
-    DuplicateCollectionGroup collections{QStringLiteral("a|b"), strings({"A", "B"}), 7};
-    QCOMPARE(identicalCollectionsTitle(1), QStringLiteral("Identical collections \u00b7 1"));
-    QCOMPARE(matchingItemsText(collections), QStringLiteral("7 matching items"));
-    QCOMPARE(deleteShortcutDetail(QStringLiteral("\\ty")), QStringLiteral("\\ty will be removed from Tavo."));
+    const DuplicateCollectionGroup collections{u"a|b"_s, strings({"A", "B"}), 7};
+
+    QTest::newRow("moved") << movedShortcutsMessage(strings({"Clients", "Leads"}))
+                           << u"Moved selected shortcuts to Clients, Leads."_s;
+    QTest::newRow("rename summary") << BulkShortcutRename::summaryText(3)
+                                    << u"Apply one rename rule to all 3 selected shortcuts. Shortcut codes keep their "
+                                       u"slash and file-type suffix."_s;
+    QTest::newRow("rename button") << BulkShortcutRename::applyButtonText(3) << u"Apply to 3 shortcuts"_s;
+    QTest::newRow("renamed") << BulkShortcutRename::renamedMessage(12) << u"Renamed 12 selected shortcuts."_s;
+    QTest::newRow("page") << collectionPageText(1, 3) << u"Page 2 of 3"_s;
+    QTest::newRow("repeated title") << repeatedShortcutsTitle(4) << u"Repeated shortcuts · 4"_s;
+    QTest::newRow("repeats") << repeatsText(shortcuts) << u"3 repeats"_s;
+    QTest::newRow("occurrences") << occurrencesText(shortcuts) << u"3 occurrences · 2 collections · "_s;
+    QTest::newRow("identical title") << identicalCollectionsTitle(1) << u"Identical collections · 1"_s;
+    QTest::newRow("matching items") << matchingItemsText(collections) << u"7 matching items"_s;
+    QTest::newRow("delete detail") << deleteShortcutDetail(u"\\ty"_s) << u"\\ty will be removed from Tavo."_s;
+}
+
+void TestCollectionRules::messages()
+{
+    QFETCH(QString, actual);
+    QFETCH(QString, expected);
+    QCOMPARE(actual, expected);
 }
 
 QTEST_GUILESS_MAIN(TestCollectionRules)

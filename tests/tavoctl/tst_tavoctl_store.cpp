@@ -27,6 +27,8 @@ private slots:
     void addFollowsTheEditorsRules();
     void listFiltersAndPrintsJson();
     void listWritesNothing();
+    void expandSaysWhatWouldHappen_data();
+    void expandSaysWhatWouldHappen();
     void addWhileTheApplicationHoldsTheProfile();
     void accountFromTavoctlSignsInWhereAMissWasCached();
 
@@ -202,6 +204,51 @@ void TestTavoctlStore::listWritesNothing()
         QCOMPARE(file.lastModified(), before.value(file.fileName()));
     }
     QCOMPARE(QFileInfo(settings).lastModified(), before.value(settings));
+}
+
+void TestTavoctlStore::expandSaysWhatWouldHappen_data()
+{
+    QTest::addColumn<QString>("trigger");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("out");
+    QTest::newRow("a start shortcut") << "\\intro" << 0 << "Hi, I’m Sam. Great to connect!\n";
+    const QString hello = QStringLiteral("Hello from %1").arg(QDate::currentDate().year());
+    QTest::newRow("a live token filled") << "/hello" << 0 << hello + u'\n';
+    QTest::newRow("the calculator") << "\\2+3*4" << 0 << "14\n";
+    QTest::newRow("a batch on separate lines")
+        << "\\hello&intro" << 0 << hello + QStringLiteral("\nHi, I’m Sam. Great to connect!\n");
+    QTest::newRow("a website") << "\\docs.web" << 0 << "Opens https://example.org/docs\n";
+    QTest::newRow("an inline command") << "\\p" << 0 << "Runs the inline command \\p.\n";
+    QTest::newRow("nothing") << "\\nothing" << 1 << "";
+}
+
+void TestTavoctlStore::expandSaysWhatWouldHappen()
+{
+    QFETCH(QString, trigger);
+    QFETCH(int, status);
+    QFETCH(QString, out);
+    registerSam();
+    QCOMPARE(tavoctl({QStringLiteral("add"), QStringLiteral("hello"), QStringLiteral("Hello from {{year}}")}).status,
+             0);
+    {
+        // A website shortcut as the editor saves one.
+        Defaults defaults;
+        DB db(defaults);
+        db.activateProfile(QStringLiteral("sam"));
+        Clip site;
+        site.key = QStringLiteral("/docs.web");
+        site.name = QStringLiteral("Docs");
+        site.group = QStringLiteral("Websites & URLs");
+        site.webURL = QStringLiteral("https://example.org/docs");
+        db.setClips(QList<Clip>(db.clips()) << site);
+        QVERIFY(db.save());
+    }
+    const Run run = tavoctl({QStringLiteral("expand"), trigger});
+    QCOMPARE(run.status, status);
+    QCOMPARE(run.out, out);
+    if (status != 0) {
+        QCOMPARE(run.err, QStringLiteral("No shortcut matches ") + trigger + QStringLiteral(".\n"));
+    }
 }
 
 void TestTavoctlStore::addWhileTheApplicationHoldsTheProfile()

@@ -1,0 +1,188 @@
+#include "shell/tavo_application.h"
+
+#include "engine/expansion_runner.h"
+#include "engine/quill_app_delegate.h"
+#include "platform/qt/qt_pasteboard.h"
+#include "platform/secret/libsecret_store.h"
+#include "platform/x11/x11_desktop.h"
+#include "platform/x11/x11_keyboard_tap.h"
+#include "shell/status_window.h"
+#include "store/accounts.h"
+#include "store/defaults.h"
+#include "store/key_store.h"
+#include "store/profile_store.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QLocalSocket>
+#include <QLoggingCategory>
+#include <QMenu>
+#include <QStandardPaths>
+#include <QSystemTrayIcon>
+
+#include <cstdio>
+
+namespace tavo {
+
+Q_LOGGING_CATEGORY(lcShell, "tavo.shell")
+
+namespace {
+
+QString runtimeFolder()
+{
+    const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    return runtime.isEmpty() ? QDir::tempPath() : runtime;
+}
+
+QString instanceName()
+{
+    // One name per user session: the runtime folder is the user's own.
+    return QStringLiteral("tavo-") + QString::number(qHash(runtimeFolder()), 16);
+}
+
+const QString tapFailedNotice = QStringLiteral("Tavo needs keyboard access to open the shortcut picker.");
+
+} // namespace
+
+TavoApplication::TavoApplication(QObject* parent)
+    : QObject(parent)
+    , m_instanceLock(runtimeFolder() + QStringLiteral("/tavo.lock"))
+{
+}
+
+TavoApplication::~TavoApplication() = default;
+
+bool TavoApplication::claimSingleInstance()
+{
+    m_instanceLock.setStaleLockTime(0);
+    if (m_instanceLock.tryLock(0)) {
+        QLocalServer::removeServer(instanceName());
+        m_instanceServer.listen(instanceName());
+        connect(&m_instanceServer, &QLocalServer::newConnection, this, [this] {
+            while (QLocalSocket* socket = m_instanceServer.nextPendingConnection()) {
+                socket->deleteLater();
+                showStatusWindow(); // a second start asks this one to show itself
+            }
+        });
+        return true;
+    }
+    QLocalSocket socket;
+    socket.connectToServer(instanceName());
+    socket.waitForConnected(500);
+    std::fputs("Tavo is already running.\n", stderr);
+    return false;
+}
+
+bool TavoApplication::start()
+{
+    if (!claimSingleInstance()) {
+        m_exitCode = 0;
+        return false;
+    }
+
+    m_defaults = std::make_unique<Defaults>();
+    m_defaults->watchForChanges();
+    m_keyring = std::make_unique<LibsecretStore>();
+    KeyStore::setBackend(m_keyring.get());
+    m_accounts = std::make_unique<TavoAccountStore>(*m_defaults);
+    m_accounts->followSignInsElsewhere();
+    m_db = std::make_unique<DB>(*m_defaults);
+    m_tap = std::make_unique<X11KeyboardTap>();
+    m_desktop = std::make_unique<X11Desktop>();
+    m_pasteboard = std::make_unique<QtPasteboard>();
+    m_delegate = std::make_unique<QuillAppDelegate>(*m_tap);
+    m_runner =
+        std::make_unique<ExpansionRunner>(*m_db, *m_accounts, *m_defaults, *m_delegate, *m_desktop, *m_pasteboard);
+    m_status = std::make_unique<StatusWindow>();
+
+    connect(m_delegate.get(), &QuillAppDelegate::openPickerRequested, m_runner.get(), &ExpansionRunner::openPicker);
+    connect(m_delegate.get(), &QuillAppDelegate::autoExpandRequested, m_runner.get(), &ExpansionRunner::autoExpand);
+    connect(m_pasteboard.get(), &QtPasteboard::dataRequested, m_runner.get(), &ExpansionRunner::pasteTaken);
+    connect(m_runner.get(), &ExpansionRunner::noticeChanged, this, &TavoApplication::showNotice);
+    connect(m_delegate.get(), &QuillAppDelegate::tapFailed, this, [this](const QString& reason) {
+        m_status->setKeyboardState(tapFailedNotice + u' ' + reason);
+        showNotice(tapFailedNotice);
+    });
+    connect(m_delegate.get(), &QuillAppDelegate::tapInstalled, this, [this] {
+        qCInfo(lcShell) << "keyboard tap running";
+        m_status->setKeyboardState(QStringLiteral("Following your typing in every application."));
+    });
+    connect(m_accounts.get(), &TavoAccountStore::isAuthenticatedChanged, this, [this](bool signedIn) {
+        if (signedIn) {
+            activateSignedInProfile();
+        }
+        refreshAccount();
+    });
+
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        m_tray = new QSystemTrayIcon(QIcon::fromTheme(QStringLiteral("input-keyboard")), this);
+        auto* menu = new QMenu();
+        menu->addAction(QStringLiteral("Open"), this, &TavoApplication::showStatusWindow);
+        m_pauseAction = menu->addAction(QStringLiteral("Pause expansion"));
+        m_pauseAction->setCheckable(true);
+        connect(m_pauseAction, &QAction::toggled, this, &TavoApplication::setPaused);
+        menu->addSeparator();
+        menu->addAction(QStringLiteral("Quit"), qApp, &QApplication::quit);
+        m_tray->setContextMenu(menu);
+        m_tray->setToolTip(QStringLiteral("Tavo"));
+        connect(m_tray, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+            if (reason == QSystemTrayIcon::Trigger) {
+                showStatusWindow();
+            }
+        });
+        m_tray->show();
+    }
+
+    if (m_accounts->isAuthenticated()) {
+        activateSignedInProfile();
+    }
+    refreshAccount();
+    m_delegate->installSlashTap();
+    if (!m_tray) {
+        showStatusWindow(); // with no tray to reach it from, the window is how Tavo shows it runs
+    }
+    return true;
+}
+
+void TavoApplication::activateSignedInProfile()
+{
+    m_db->activateProfile(m_accounts->currentUsername(), m_accounts->legacyEmailToMigrate());
+    m_db->watchForChanges();
+}
+
+void TavoApplication::refreshAccount()
+{
+    if (m_accounts->isAuthenticated()) {
+        m_status->setAccount(QStringLiteral("Signed in as ") + m_accounts->currentUsername() + QStringLiteral(" · ") +
+                             QString::number(m_db->clips().size()) + QStringLiteral(" shortcuts"));
+    } else {
+        m_status->setAccount(
+            QStringLiteral("Signed out. Sign in with: tavoctl account signin NAME (the password on standard input)."));
+    }
+}
+
+void TavoApplication::showStatusWindow()
+{
+    refreshAccount();
+    m_status->show();
+    m_status->raise();
+    m_status->activateWindow();
+}
+
+void TavoApplication::showNotice(const QString& text)
+{
+    qCInfo(lcShell).noquote() << "notice:" << text;
+    m_status->setNotice(text);
+    if (m_tray) {
+        m_tray->showMessage(QStringLiteral("Tavo"), text, QSystemTrayIcon::Information, 3000);
+    }
+}
+
+void TavoApplication::setPaused(bool paused)
+{
+    m_delegate->setPaused(paused);
+    m_status->setKeyboardState(paused ? QStringLiteral("Expansion is paused.")
+                                      : QStringLiteral("Following your typing in every application."));
+}
+
+} // namespace tavo
