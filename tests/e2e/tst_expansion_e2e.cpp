@@ -16,6 +16,7 @@ private slots:
     void expansions();
     void aShortcutAddedWhileRunningExpandsAtOnce();
     void fastTypingLosesNothing();
+    void aSecondStartLeavesTheFirstInCharge();
 
 private:
     static int tavoctl(const QStringList& arguments, const QByteArray& input = {});
@@ -61,7 +62,8 @@ void TestExpansionEndToEnd::initTestCase()
     QVERIFY(QTest::qWaitForWindowActive(m_editor.get()));
 
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("tavo.*.info=true"));
+    env.insert(QStringLiteral("QT_LOGGING_RULES"),
+               qEnvironmentVariable("TAVO_E2E_LOGGING", QStringLiteral("tavo.*.info=true")));
     m_tavo.setProcessEnvironment(env);
     m_tavo.setProcessChannelMode(QProcess::MergedChannels);
     connect(&m_tavo, &QProcess::readyRead, this, [this] { m_tavoLog += m_tavo.readAll(); });
@@ -75,6 +77,11 @@ void TestExpansionEndToEnd::cleanupTestCase()
     m_tavo.terminate();
     if (!m_tavo.waitForFinished(5000)) {
         m_tavo.kill();
+    }
+    // Tavo's own account of the run, for a look after a failure.
+    QFile log(QDir::home().filePath(QStringLiteral("tavo.log")));
+    if (log.open(QIODevice::WriteOnly)) {
+        log.write(m_tavoLog);
     }
 }
 
@@ -130,6 +137,16 @@ void TestExpansionEndToEnd::fastTypingLosesNothing()
     type(typed, 5);
     const QString expected = QStringLiteral("Thank you! see you soon, and/or later Thank you! bye");
     QTRY_COMPARE_WITH_TIMEOUT(typedText(), expected, 8000);
+}
+
+void TestExpansionEndToEnd::aSecondStartLeavesTheFirstInCharge()
+{
+    QProcess second;
+    second.start(QStringLiteral(TAVO_PATH));
+    QVERIFY(second.waitForFinished(10000));
+    QCOMPARE(second.exitCode(), 0);
+    QVERIFY(second.readAllStandardError().contains("Tavo is already running."));
+    QCOMPARE(m_tavo.state(), QProcess::Running);
 }
 
 QTEST_MAIN(TestExpansionEndToEnd)

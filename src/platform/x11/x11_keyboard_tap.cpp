@@ -634,14 +634,10 @@ void X11KeyboardTap::Worker::run()
             XNextEvent(m_display, &event);
             handleEvent(event);
         }
-        takeRefusedGrabs();
         if (m_keymapChanged && Clock::now() >= m_keymapRetry) {
             // The grabs follow the new layout's key codes. Reading a key map the server is still
             // changing can fail: then it is read again a moment later.
-            qCWarning(lcTap) << "DBG reload begin";
-            const bool loaded = loadKeymap();
-            qCWarning(lcTap) << "DBG reload end" << loaded << QString::fromStdString(m_startKeys.to_string()).count(u'1');
-            if (loaded) {
+            if (loadKeymap()) {
                 m_keymapChanged = false;
                 syncPassiveGrabs();
             } else {
@@ -657,6 +653,8 @@ void X11KeyboardTap::Worker::run()
         }
         handleTimers();
         XFlush(m_display);
+        // Refusals read anywhere in this round (inside a key map read, say) set the next regrab.
+        takeRefusedGrabs();
         if (XEventsQueued(m_display, QueuedAlready) > 0)
             continue;
 
@@ -749,7 +747,6 @@ void X11KeyboardTap::Worker::handleEvent(XEvent& event)
                 syncPassiveGrabs();
             }
         } else if (xkb->any.xkb_type == XkbNewKeyboardNotify || xkb->any.xkb_type == XkbMapNotify) {
-            qCWarning(lcTap) << "DBG notify" << xkb->any.xkb_type;
             m_keymapChanged = true;
             m_keymapRetry = {};
         }
@@ -904,8 +901,10 @@ void X11KeyboardTap::Worker::onGrabbedKeyPress(const XKeyEvent& xevent)
             // One of ours, back through a grab: it goes on as if typed now.
             const bool decided = m_hold.typedBack.front().decided;
             m_hold.typedBack.pop_front();
-            if (m_hold.waitingForRelease) {
-                // A key typed back started another expansion: the rest of ours wait again.
+            const bool backlog = !m_hold.keys.empty() || (m_hold.replayEndingKey && m_hold.endingKey);
+            if (m_hold.waitingForRelease || backlog) {
+                // A key typed back started another expansion: the rest of ours wait again, also
+                // once that one is released, behind the keys it held.
                 m_hold.keys.push_back(key);
                 if (!owned)
                     XUngrabKeyboard(m_display, CurrentTime);
