@@ -139,7 +139,12 @@ bool TavoApplication::start()
     refreshAccount();
     m_delegate->installSlashTap();
     if (!m_tray) {
-        showStatusWindow(); // with no tray to reach it from, the window is how Tavo shows it runs
+        // With no tray to reach it from, the window is how Tavo shows it runs; it must not take
+        // the keyboard from the application the user is typing in.
+        m_status->setAttribute(Qt::WA_ShowWithoutActivating);
+        refreshAccount();
+        m_status->show();
+        m_status->setAttribute(Qt::WA_ShowWithoutActivating, false);
     }
     return true;
 }
