@@ -1,6 +1,7 @@
 #include "engine/expansion_runner.h"
 
 #include "engine/quill_app_delegate.h"
+#include "language/triggers.h"
 #include "platform/pasteboard.h"
 #include "store/accounts.h"
 #include "store/defaults.h"
@@ -144,6 +145,34 @@ void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
         pasteDefaultMedia(plan.clip, length);
         return;
     }
+}
+
+void ExpansionRunner::chooseClip(const Clip& clip, bool mustRemove)
+{
+    const QString buffer = m_delegate.triggerBuffer();
+    const int length = static_cast<int>(buffer.size());
+    const int removeCount = length > 0 ? length : (mustRemove ? 1 : 0);
+    if (length > 0 || mustRemove) {
+        m_delegate.setTriggerTracking(false);
+    }
+    m_delegate.setPickerActive(false);
+
+    ExpansionPlan plan;
+    if (clip.isMathResult.value_or(false)) {
+        Clip calculation = clip;
+        calculation.text += u' ';
+        plan.kind = ExpansionPlan::Kind::Calculation;
+        plan.paste = ClipboardRequest{calculation, true, false, {}, {}, {}, false};
+    } else if (const std::optional<ShortcutBatchRequest> batch = parseBatchTrigger(buffer);
+               batch && !resolveBatch(*batch, library().clips).isEmpty()) {
+        plan.kind = ExpansionPlan::Kind::Batch;
+        plan.batch = resolveBatch(*batch, library().clips);
+        plan.separator = batch->separator;
+    } else {
+        // A chosen row pastes without an ending key: none was typed.
+        plan = planForClip(clip, QString(), parseStyledTrigger(buffer).style);
+    }
+    carryOut(plan, removeCount);
 }
 
 bool ExpansionRunner::isSpreadsheet(const DesktopWindow& window)

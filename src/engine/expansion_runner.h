@@ -36,6 +36,9 @@ public slots:
     void autoExpand(const QString& trigger, const QString& suffix, int length);
     // The target application took the clipboard's content: the paste has landed.
     void pasteTaken();
+    // A row chosen in the picker. `mustRemove` asks that at least one typed character go (the
+    // first-row route).
+    void chooseClip(const Clip& clip, bool mustRemove);
 
 signals:
     void noticeChanged(const QString& notice);

@@ -1,0 +1,226 @@
+#include "engine/expansion_runner.h"
+#include "engine/quill_app_delegate.h"
+#include "fakes/fake_pasteboard.h"
+#include "store/accounts.h"
+#include "store/defaults.h"
+#include "store/profile_store.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace tavo;
+
+namespace {
+
+// The desktop as a script: every window operation and key is written down in order.
+class FakeDesktop : public Desktop
+{
+public:
+    QStringList log;
+    DesktopWindow front{7, QStringLiteral("gedit"), QStringLiteral("gedit"), 1};
+    QString windowTitle = QStringLiteral("notes.txt");
+
+    QString unavailableReason() const override { return {}; }
+    DesktopWindow activeWindow() override { return front; }
+    bool activate(const DesktopWindow&, int) override
+    {
+        log << QStringLiteral("activate");
+        return true;
+    }
+    QString title(const DesktopWindow&) override { return windowTitle; }
+    void waitForModifiersReleased(int) override {}
+    void sendBackspaces(int count) override { log << QStringLiteral("backspace x%1").arg(count); }
+    void sendEscape() override { log << QStringLiteral("escape"); }
+    void sendPaste(const DesktopWindow&) override { log << QStringLiteral("paste"); }
+    void flush() override {}
+    bool openUrl(const QString& url) override
+    {
+        log << QStringLiteral("open ") + url;
+        return true;
+    }
+    bool launchDesktopEntry(const QString& entry, QString*) override
+    {
+        log << QStringLiteral("launch ") + QFileInfo(entry).fileName();
+        return true;
+    }
+};
+
+class FakeTap : public KeyboardTap
+{
+public:
+    QList<bool> releases; // replayEndingKey of each release
+    std::optional<QString> start(Decide) override { return std::nullopt; }
+    void stop() override {}
+    bool isRunning() const override { return true; }
+    void setMode(TapMode) override {}
+    void releaseHeldKeys(bool replayEndingKey) override { releases << replayEndingKey; }
+};
+
+Clip clip(const QString& key, const QString& text)
+{
+    Clip c;
+    c.key = key;
+    c.name = key.mid(1);
+    c.text = text;
+    return c;
+}
+
+} // namespace
+
+// The paste-back road with the desktop scripted: which keys go out, in which order, and when
+// the keys held since the trigger ended are let go.
+class TestExpansionRunner : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void pastesAfterRemovingTheTrigger();
+    void givesBackTheEndingKeyWhenNothingMatches();
+    void spreadsheetGetsOneEscape_data();
+    void spreadsheetGetsOneEscape();
+    void websiteRemovesAWholeLongTrigger();
+    void applicationRemovalStopsAtEighty();
+    void chosenRowRemovesWhatWasTyped();
+    void signedOutDoesNothing();
+
+private:
+    void typeTrigger(const QString& trigger, const QString& suffix = QStringLiteral(" "));
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<Defaults> m_defaults;
+    std::unique_ptr<DB> m_db;
+    std::unique_ptr<TavoAccountStore> m_accounts;
+    FakeTap m_tap;
+    std::unique_ptr<QuillAppDelegate> m_delegate;
+    FakeDesktop m_desktop;
+    test::FakePasteboard m_pasteboard;
+    std::unique_ptr<ExpansionRunner> m_runner;
+};
+
+void TestExpansionRunner::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_defaults = std::make_unique<Defaults>(m_dir->filePath(QStringLiteral("defaults.json")));
+    m_defaults->setString(QStringLiteral("tavoLocalUsername"), QStringLiteral("sam"));
+    m_defaults->setBoolean(QStringLiteral("tavoLocalSignedIn"), true);
+    m_db = std::make_unique<DB>(*m_defaults, m_dir->filePath(QStringLiteral("Quill")));
+    m_db->activateProfile(QStringLiteral("sam"));
+    Clip site = clip(QStringLiteral("/docs.web"), QString());
+    site.webURL = QStringLiteral("https://example.org/docs");
+    Clip app = clip(QStringLiteral("/term.app"), QString());
+    app.appPath = m_dir->filePath(QStringLiteral("term.desktop"));
+    QFile entry(*app.appPath);
+    QVERIFY(entry.open(QIODevice::WriteOnly));
+    m_db->setClips({clip(QStringLiteral("/ty"), QStringLiteral("Thank you!")), site, app});
+    m_accounts = std::make_unique<TavoAccountStore>(*m_defaults);
+    m_tap.releases.clear();
+    m_delegate = std::make_unique<QuillAppDelegate>(m_tap);
+    m_desktop.log.clear();
+    m_pasteboard.text.clear();
+    m_pasteboard.written.reset();
+    m_desktop.windowTitle = QStringLiteral("notes.txt");
+    m_desktop.front.windowClass = QStringLiteral("gedit");
+    m_runner = std::make_unique<ExpansionRunner>(*m_db, *m_accounts, *m_defaults, *m_delegate, m_desktop, m_pasteboard);
+}
+
+void TestExpansionRunner::cleanup()
+{
+    m_runner.reset();
+    m_delegate.reset();
+}
+
+void TestExpansionRunner::typeTrigger(const QString& trigger, const QString& suffix)
+{
+    m_runner->openPicker(true);
+    m_runner->autoExpand(trigger, suffix, static_cast<int>(trigger.size()));
+}
+
+void TestExpansionRunner::pastesAfterRemovingTheTrigger()
+{
+    typeTrigger(QStringLiteral("\\ty"));
+    QCOMPARE(m_desktop.log,
+             (QStringList{QStringLiteral("activate"), QStringLiteral("backspace x3"), QStringLiteral("paste")}));
+    QCOMPARE(m_pasteboard.text, QStringLiteral("Thank you! "));
+    QVERIFY(m_tap.releases.isEmpty()); // held until the paste lands
+    m_runner->pasteTaken();
+    QCOMPARE(m_tap.releases, QList<bool>{false});
+    m_runner->pasteTaken(); // a second read of the same paste releases nothing more
+    QCOMPARE(m_tap.releases.size(), 1);
+}
+
+void TestExpansionRunner::givesBackTheEndingKeyWhenNothingMatches()
+{
+    typeTrigger(QStringLiteral("/or"));
+    QVERIFY(m_desktop.log.isEmpty());
+    QCOMPARE(m_tap.releases, QList<bool>{true});
+}
+
+void TestExpansionRunner::spreadsheetGetsOneEscape_data()
+{
+    QTest::addColumn<QString>("windowClass");
+    QTest::addColumn<QString>("title");
+    QTest::newRow("LibreOffice Calc") << "libreoffice-calc"
+                                      << "Budget.ods - LibreOffice Calc";
+    QTest::newRow("a sheet in a browser") << "firefox"
+                                          << "Budget - Google Sheets — Mozilla Firefox";
+}
+
+void TestExpansionRunner::spreadsheetGetsOneEscape()
+{
+    QFETCH(QString, windowClass);
+    QFETCH(QString, title);
+    m_desktop.front.windowClass = windowClass;
+    m_desktop.windowTitle = title;
+    typeTrigger(QStringLiteral("\\ty"));
+    QCOMPARE(m_desktop.log, (QStringList{QStringLiteral("activate"), QStringLiteral("escape")}));
+    QTRY_COMPARE(m_desktop.log.size(), 3); // the paste follows once the cell editor is left
+    QCOMPARE(m_desktop.log.last(), QStringLiteral("paste"));
+}
+
+void TestExpansionRunner::websiteRemovesAWholeLongTrigger()
+{
+    // A trigger the picker grew to 100 characters: all of them go.
+    m_runner->openPicker(true);
+    m_runner->autoExpand(QStringLiteral("\\docs.web"), QStringLiteral(" "), 100);
+    QCOMPARE(m_desktop.log, (QStringList{QStringLiteral("activate"), QStringLiteral("backspace x100"),
+                                         QStringLiteral("open https://example.org/docs")}));
+    QCOMPARE(m_tap.releases, QList<bool>{false});
+}
+
+void TestExpansionRunner::applicationRemovalStopsAtEighty()
+{
+    m_runner->openPicker(true);
+    m_runner->autoExpand(QStringLiteral("\\term.app"), QStringLiteral(" "), 100);
+    QCOMPARE(m_desktop.log, (QStringList{QStringLiteral("activate"), QStringLiteral("backspace x80"),
+                                         QStringLiteral("launch term.desktop")}));
+}
+
+void TestExpansionRunner::chosenRowRemovesWhatWasTyped()
+{
+    // Nothing typed but the picker's first-row route: one character goes.
+    m_runner->openPicker(true);
+    m_runner->chooseClip(m_db->clips().first(), true);
+    QCOMPARE(m_desktop.log,
+             (QStringList{QStringLiteral("activate"), QStringLiteral("backspace x1"), QStringLiteral("paste")}));
+    QCOMPARE(m_pasteboard.text, QStringLiteral("Thank you!")); // no ending key was typed
+
+    // Chosen by a click with nothing typed: nothing is removed.
+    m_desktop.log.clear();
+    m_runner->chooseClip(m_db->clips().first(), false);
+    QCOMPARE(m_desktop.log,
+             (QStringList{QStringLiteral("activate"), QStringLiteral("backspace x0"), QStringLiteral("paste")}));
+}
+
+void TestExpansionRunner::signedOutDoesNothing()
+{
+    m_accounts->signOut();
+    typeTrigger(QStringLiteral("\\ty"));
+    QVERIFY(m_desktop.log.isEmpty());
+    QVERIFY(m_pasteboard.text.isEmpty());
+    QCOMPARE(m_tap.releases, QList<bool>{true});
+}
+
+QTEST_MAIN(TestExpansionRunner)
+#include "tst_expansion_runner.moc"
