@@ -1,5 +1,6 @@
 #include <QPlainTextEdit>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QtTest>
 
 // Tavo as a person uses it: the real application, a real X server with a window manager, a
@@ -14,6 +15,8 @@ private slots:
     void init();
     void expansions_data();
     void expansions();
+    void returnEndsATriggerOnce();
+    void rolloverOfTheEndingKey();
     void aShortcutAddedWhileRunningExpandsAtOnce();
     void fastTypingLosesNothing();
     void aSecondStartLeavesTheFirstInCharge();
@@ -108,6 +111,10 @@ void TestExpansionEndToEnd::expansions_data()
                                                        << "Hi, I’m Sam. Great to connect! ";
     QTest::newRow("nothing is called this: every key stays") << "and/or this \\nothing here"
                                                              << "and/or this \\nothing here";
+    QTest::newRow("an unfinished expression keeps its first space") << "\\2+ 3 "
+                                                                    << "5 ";
+    QTest::newRow("a batch on two lines") << "\\thx&intro "
+                                          << "Thank you!\nHi, I’m Sam. Great to connect!";
     QTest::newRow("a path stays as typed") << "see /usr/share/doc now"
                                            << "see /usr/share/doc now";
 }
@@ -120,6 +127,32 @@ void TestExpansionEndToEnd::expansions()
     QTRY_COMPARE_WITH_TIMEOUT(typedText(), result, 5000);
     QTest::qWait(200); // nothing arrives late
     QCOMPARE(typedText(), result);
+}
+
+void TestExpansionEndToEnd::returnEndsATriggerOnce()
+{
+    type(QStringLiteral("\\date\n"));
+    // The long date of the locale and one line break: the Return was withheld, then pasted back.
+    static const QRegularExpression longDate(QStringLiteral("^[A-Z][a-z]+ \\d{1,2}, \\d{4}\n$"));
+    QTRY_VERIFY_WITH_TIMEOUT(longDate.match(typedText()).hasMatch(), 5000);
+    QTest::qWait(200);
+    QVERIFY2(longDate.match(typedText()).hasMatch(), qPrintable(typedText()));
+
+    // A picture of the target after an expansion, kept with the test's files for a look.
+    m_editor->grab().save(QDir::home().filePath(QStringLiteral("target-after-expansion.png")));
+}
+
+void TestExpansionEndToEnd::rolloverOfTheEndingKey()
+{
+    type(QStringLiteral("\\thx"));
+    // The next key goes down before the space comes up, as fast typists do.
+    QProcess xdotool;
+    xdotool.start(QStringLiteral("xdotool"),
+                  {QStringLiteral("keydown"), QStringLiteral("space"), QStringLiteral("keydown"), QStringLiteral("s"),
+                   QStringLiteral("keyup"), QStringLiteral("space"), QStringLiteral("keyup"), QStringLiteral("s")});
+    QVERIFY(xdotool.waitForFinished(10000));
+    type(QStringLiteral("ee you"));
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("Thank you! see you"), 5000);
 }
 
 void TestExpansionEndToEnd::aShortcutAddedWhileRunningExpandsAtOnce()
