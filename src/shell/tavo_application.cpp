@@ -24,7 +24,9 @@
 
 namespace tavo {
 
-Q_LOGGING_CATEGORY(lcShell, "tavo.shell")
+// Quiet unless asked for (QT_LOGGING_RULES="tavo.shell.info=true"): notices name the keys a
+// person typed.
+Q_LOGGING_CATEGORY(lcShell, "tavo.shell", QtWarningMsg)
 
 namespace {
 
