@@ -35,7 +35,7 @@ struct KeyEvent
 {
     int keyCode = KeyCode::Other;
     quint64 flags = 0;
-    QString text;          // what the key types at the current layout and level, up to 8 UTF-16 units
+    QString text;           // what the key types at the current layout and level, up to 8 UTF-16 units
     bool composing = false; // a dead key or a step of a Compose sequence: the text is not final
 
     bool hasModifier() const { return (flags & ModifierFlag::Mask) != 0; }

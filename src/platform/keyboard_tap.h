@@ -10,13 +10,15 @@
 namespace tavo {
 
 // Which keys the tap must be able to hold back, besides letting everything else through.
-enum class TapMode {
+enum class TapMode
+{
     Idle,      // only keys that can start a trigger
     Tracking,  // also the keys that can end a trigger (blanks, Return, Tab, punctuation)
     Exclusive, // every key: the picker or the image prompt owns the keyboard
 };
 
-enum class KeyVerdict {
+enum class KeyVerdict
+{
     Pass,    // the key reaches the focused application
     Swallow, // the key is gone
     // The key ends a trigger: it is held back, and so is every key typed after it, until
