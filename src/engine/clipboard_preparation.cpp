@@ -362,7 +362,12 @@ std::unique_ptr<QMimeData> clipboardContent(const ClipboardRequest& request, con
 
 QString prepareClipboard(Pasteboard& pasteboard, const ClipboardRequest& request, const LiveTokenSources& sources)
 {
-    const QString clipboardValue = pasteboard.string();
+    // What the clipboard held before is needed only for {{clipboard}}. Reading it asks the owning
+    // application over the X server, which would delay every paste; so it is read only then, but
+    // still before the clipboard is replaced.
+    const bool wantsClipboard = request.includeText && !request.textOverride &&
+                                request.clip.text.contains(QLatin1String("{{clipboard}}"), Qt::CaseInsensitive);
+    const QString clipboardValue = wantsClipboard ? pasteboard.string() : QString();
     pasteboard.write(clipboardContent(request, clipboardValue, sources));
     return request.includeMedia ? mediaNotice : displayTrigger(request.clip.key) + QStringLiteral(" copied");
 }

@@ -236,6 +236,13 @@ void TestClipboardPreparation::clipboardIsReadBeforeWritten()
 
     QCOMPARE(prepareClipboard(pasteboard, request, fixedSources()), QStringLiteral("\\q copied"));
     QCOMPARE(pasteboard.written->text(), QStringLiteral("quote: old content"));
+
+    // Without the token the clipboard is not asked at all: a read is a round trip to its owner.
+    pasteboard.reads = 0;
+    request.clip.text = QStringLiteral("no token");
+    prepareClipboard(pasteboard, request, fixedSources());
+    QCOMPARE(pasteboard.reads, 0);
+    QCOMPARE(pasteboard.written->text(), QStringLiteral("no token"));
 }
 
 void TestClipboardPreparation::textFlavours_data()
