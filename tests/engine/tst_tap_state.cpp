@@ -7,40 +7,40 @@ using namespace tavo;
 namespace {
 
 // One key of a scripted sequence: a literal text, or a named key in angle brackets.
-KeyEvent key(const QString& spec)
+KeyEvent key(const QString& keyName)
 {
     KeyEvent event;
-    if (!spec.startsWith(u'<') || spec.size() < 3) {
-        event.text = spec;
-        if (spec == QLatin1String("\\")) {
+    if (!keyName.startsWith(u'<') || keyName.size() < 3) {
+        event.text = keyName;
+        if (keyName == QLatin1String("\\")) {
             event.keyCode = KeyCode::Backslash;
-        } else if (spec == QLatin1String("/")) {
+        } else if (keyName == QLatin1String("/")) {
             event.keyCode = KeyCode::Slash;
         }
         return event;
     }
-    const QString name = spec.mid(1, spec.size() - 2);
-    if (name == QLatin1String("ret")) {
+    const QString named = keyName.mid(1, keyName.size() - 2);
+    if (named == QLatin1String("ret")) {
         event = {KeyCode::Return, 0, QStringLiteral("\r")};
-    } else if (name == QLatin1String("enter")) {
+    } else if (named == QLatin1String("enter")) {
         event = {KeyCode::KeypadEnter, 0, QStringLiteral("\r")};
-    } else if (name == QLatin1String("tab")) {
+    } else if (named == QLatin1String("tab")) {
         event = {KeyCode::Tab, 0, QStringLiteral("\t")};
-    } else if (name == QLatin1String("bs")) {
+    } else if (named == QLatin1String("bs")) {
         event = {KeyCode::Delete, 0, QStringLiteral("\b")};
-    } else if (name == QLatin1String("esc")) {
+    } else if (named == QLatin1String("esc")) {
         event = {KeyCode::Escape, 0, QStringLiteral("\x1b")};
-    } else if (name == QLatin1String("C-v")) {
+    } else if (named == QLatin1String("C-v")) {
         event = {KeyCode::V, ModifierFlag::Command, QStringLiteral("\x16")};
-    } else if (name == QLatin1String("C-a")) {
+    } else if (named == QLatin1String("C-a")) {
         event = {KeyCode::Other, ModifierFlag::Command, QStringLiteral("\x01")};
-    } else if (name == QLatin1String("A-/")) {
+    } else if (named == QLatin1String("A-/")) {
         event = {KeyCode::Slash, ModifierFlag::Option, QStringLiteral("/")};
-    } else if (name == QLatin1String("shift-bsl")) {
+    } else if (named == QLatin1String("shift-bsl")) {
         event = {KeyCode::Backslash, 0, QStringLiteral("|")};
-    } else if (name == QLatin1String("dead")) {
+    } else if (named == QLatin1String("dead")) {
         event = {KeyCode::Other, 0, QString(), true};
-    } else if (name == QLatin1String("none")) {
+    } else if (named == QLatin1String("none")) {
         event = {KeyCode::Other, 0, QString()};
     }
     return event;
@@ -177,8 +177,8 @@ void TestTapState::sequences()
     TriggerTracker tracker;
     QList<TapNotification> notifications;
     QString seen;
-    for (const QString& spec : keys) {
-        seen += verdictLetter(tracker.handle(key(spec), notifications).verdict);
+    for (const QString& keyName : keys) {
+        seen += verdictLetter(tracker.handle(key(keyName), notifications).verdict);
     }
     QCOMPARE(seen, verdicts);
 
@@ -200,8 +200,8 @@ void TestTapState::notificationsOfATypedTrigger()
 {
     TriggerTracker tracker;
     QList<TapNotification> notifications;
-    for (const char* spec : {"\\", "t", "😀", " "}) {
-        tracker.handle(key(QString::fromUtf8(spec)), notifications);
+    for (const char* keyName : {"\\", "t", "😀", " "}) {
+        tracker.handle(key(QString::fromUtf8(keyName)), notifications);
     }
     using Kind = TapNotification::Kind;
     const QList<TapNotification> expected{
@@ -239,7 +239,7 @@ void TestTapState::pickerOwnsTheKeys()
 
 void TestTapState::imagePrompt_data()
 {
-    QTest::addColumn<QString>("spec");
+    QTest::addColumn<QString>("keyName");
     QTest::addColumn<KeyVerdict>("verdict");
     QTest::addColumn<QString>("posted"); // empty: nothing posted
     QTest::newRow("ctrl+v pastes") << "<C-v>" << KeyVerdict::Swallow << "__PASTE__";
@@ -253,14 +253,14 @@ void TestTapState::imagePrompt_data()
 
 void TestTapState::imagePrompt()
 {
-    QFETCH(QString, spec);
+    QFETCH(QString, keyName);
     QFETCH(KeyVerdict, verdict);
     QFETCH(QString, posted);
     TriggerTracker tracker;
     tracker.imagePromptMode = true;
     tracker.pickerActive = true;
     QList<TapNotification> notifications;
-    QCOMPARE(tracker.handle(key(spec), notifications).verdict, verdict);
+    QCOMPARE(tracker.handle(key(keyName), notifications).verdict, verdict);
     if (posted.isEmpty()) {
         QVERIFY(notifications.isEmpty());
     } else {

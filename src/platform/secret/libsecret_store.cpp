@@ -108,20 +108,40 @@ ItemList search(SecretService* service, GHashTable* attributes, int extraFlags, 
     return items;
 }
 
+struct ServiceDeleter
+{
+    void operator()(SecretService* service) const { g_object_unref(service); }
+};
+
+// One account's items in an open Secret Service; on failure `problem` says why.
+struct AccountItems
+{
+    std::unique_ptr<SecretService, ServiceDeleter> service;
+    Attributes attributes;
+    ItemList items;
+};
+
+AccountItems findAccount(const QString& service, const QString& account, int extraFlags, QString* problem)
+{
+    AccountItems found;
+    found.service.reset(openService(problem));
+    if (found.service) {
+        found.attributes = attributesFor(service, account);
+        found.items = search(found.service.get(), found.attributes.get(), extraFlags, problem);
+    }
+    return found;
+}
+
 } // namespace
 
 SecretLookup LibsecretStore::lookup(const QString& service, const QString& account)
 {
     QString problem;
-    g_autoptr(SecretService) secretService = openService(&problem);
-    if (!secretService) {
-        return SecretLookup::failed(problem);
-    }
-    const Attributes attributes = attributesFor(service, account);
-    const ItemList items = search(secretService, attributes.get(), SECRET_SEARCH_LOAD_SECRETS, &problem);
+    const AccountItems found = findAccount(service, account, SECRET_SEARCH_LOAD_SECRETS, &problem);
     if (!problem.isEmpty()) {
         return SecretLookup::failed(problem);
     }
+    const ItemList& items = found.items;
     if (!items) {
         return SecretLookup::notFound();
     }
@@ -145,15 +165,11 @@ SecretLookup LibsecretStore::lookup(const QString& service, const QString& accou
 SecretWrite LibsecretStore::store(const QString& service, const QString& account, const QString& value)
 {
     QString problem;
-    g_autoptr(SecretService) secretService = openService(&problem);
-    if (!secretService) {
-        return SecretWrite::failed(problem);
-    }
-    const Attributes attributes = attributesFor(service, account);
-    const ItemList items = search(secretService, attributes.get(), 0, &problem);
+    const AccountItems found = findAccount(service, account, 0, &problem);
     if (!problem.isEmpty()) {
         return SecretWrite::failed(problem);
     }
+    const ItemList& items = found.items;
 
     const QByteArray utf8 = value.toUtf8();
     g_autoptr(SecretValue) secret = secret_value_new(utf8.constData(), utf8.size(), "text/plain");
@@ -165,7 +181,7 @@ SecretWrite LibsecretStore::store(const QString& service, const QString& account
         }
     } else {
         const QByteArray label = (QStringLiteral("Tavo: ") + account).toUtf8();
-        secret_service_store_sync(secretService, schema(), attributes.get(), SECRET_COLLECTION_DEFAULT,
+        secret_service_store_sync(found.service.get(), schema(), found.attributes.get(), SECRET_COLLECTION_DEFAULT,
                                   label.constData(), secret, nullptr, &error);
     }
     if (error) {
@@ -180,15 +196,11 @@ SecretWrite LibsecretStore::store(const QString& service, const QString& account
 SecretWrite LibsecretStore::remove(const QString& service, const QString& account)
 {
     QString problem;
-    g_autoptr(SecretService) secretService = openService(&problem);
-    if (!secretService) {
-        return SecretWrite::failed(problem);
-    }
-    const Attributes attributes = attributesFor(service, account);
-    const ItemList items = search(secretService, attributes.get(), 0, &problem);
+    const AccountItems found = findAccount(service, account, 0, &problem);
     if (!problem.isEmpty()) {
         return SecretWrite::failed(problem);
     }
+    const ItemList& items = found.items;
     GError* error = nullptr;
     for (GList* node = items.get(); node && !error; node = node->next) {
         secret_item_delete_sync(itemOf(node), nullptr, &error);
