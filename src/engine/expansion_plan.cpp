@@ -114,13 +114,12 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
         return plan;
     }
 
-    QList<Clip> clips;
-    if (library.showHidden) {
-        clips = library.clips;
-    } else {
-        clips = filterShortcutClips(library.clips, library.hiddenCollections, QString(), allCollectionsName,
-                                    allCollectionsName, false);
-    }
+    // The decision runs between a key and its paste: no copy of a large library unless a batch
+    // needs the list.
+    const auto visible = [&](const Clip& clip) {
+        return library.showHidden || library.hiddenCollections.isEmpty() ||
+               isClipVisible(clip, library.hiddenCollections);
+    };
 
     if (MathExpression::looksLikeExpression(trigger)) {
         if (const std::optional<double> value = MathExpression::evaluate(trigger)) {
@@ -139,7 +138,10 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
     }
 
     if (const std::optional<ShortcutBatchRequest> batch = parseBatchTrigger(trigger)) {
-        QList<Clip> resolved = resolveBatch(*batch, clips);
+        QList<Clip> resolved = resolveBatch(
+            *batch, library.showHidden ? library.clips
+                                       : filterShortcutClips(library.clips, library.hiddenCollections, QString(),
+                                                             allCollectionsName, allCollectionsName, false));
         if (!resolved.isEmpty()) {
             plan.kind = ExpansionPlan::Kind::Batch;
             plan.batch = std::move(resolved);
@@ -170,9 +172,10 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
         return recordPlan;
     }
 
-    const auto found = std::find_if(clips.cbegin(), clips.cend(),
-                                    [&](const Clip& clip) { return clip.key.compare(key, Qt::CaseInsensitive) == 0; });
-    if (found != clips.cend()) {
+    const auto found = std::find_if(library.clips.cbegin(), library.clips.cend(), [&](const Clip& clip) {
+        return clip.key.compare(key, Qt::CaseInsensitive) == 0 && visible(clip);
+    });
+    if (found != library.clips.cend()) {
         return planForClip(*found, suffix, styled.style);
     }
     return plan; // NoMatch

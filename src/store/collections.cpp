@@ -686,6 +686,11 @@ QString collectionSymbol(const QString& name)
     return symbols.value(name.toLower(), QStringLiteral("folder.fill"));
 }
 
+bool isClipVisible(const Clip& clip, const QStringList& hidden)
+{
+    return hasVisibleGroup(clip, HiddenSet(hidden));
+}
+
 QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hidden, const QString& query,
                                 const QString& section, const QString& collection, bool includeHidden)
 {

@@ -136,6 +136,9 @@ inline const QString allCollectionsName = QStringLiteral("All collections");
 // section, the chosen `collection`. Without `includeHidden`, a clip needs a collection that is not
 // in `hidden` (ignoring case); a blank group counts as none. An empty query filters nothing, but a
 // query that is all style suffix ("-b") leaves an empty search text, which matches nothing.
+// Whether a clip shows while `hidden` collections are hidden: one of its collections is not.
+bool isClipVisible(const Clip& clip, const QStringList& hidden);
+
 QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hidden, const QString& query,
                                 const QString& section, const QString& collection, bool includeHidden);
 
