@@ -127,13 +127,14 @@ void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
         return;
     case ExpansionPlan::Kind::Calculation:
     case ExpansionPlan::Kind::Paste:
-        notice(prepareClipboard(m_pasteboard, plan.paste, tokenSources(m_pasteboard)));
-        pasteIntoReturnApp(length);
+        pasteIntoReturnApp(length,
+                           [&] { return prepareClipboard(m_pasteboard, plan.paste, tokenSources(m_pasteboard)); });
         return;
     case ExpansionPlan::Kind::Batch:
-        notice(prepareBatchClipboard(m_pasteboard, plan.batch, plan.separator, m_db.attachmentsDir(),
-                                     tokenSources(m_pasteboard)));
-        pasteIntoReturnApp(length);
+        pasteIntoReturnApp(length, [&] {
+            return prepareBatchClipboard(m_pasteboard, plan.batch, plan.separator, m_db.attachmentsDir(),
+                                         tokenSources(m_pasteboard));
+        });
         return;
     case ExpansionPlan::Kind::Website:
         openWebsiteShortcut(plan.clip, length);
@@ -189,39 +190,44 @@ bool ExpansionRunner::isSpreadsheet(const DesktopWindow& window)
     return false;
 }
 
-void ExpansionRunner::pasteIntoReturnApp(int removeCount)
+void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard)
 {
     const DesktopWindow target = m_returnApp;
-    if (!target.isValid()) {
-        notice(QStringLiteral("Quill could not find the app you were using. Try again from that app."));
-        releaseHold();
-        return;
-    }
-    if (!m_desktop.unavailableReason().isEmpty()) {
-        notice(QStringLiteral("Allow Quill under an X11 session with keyboard access (XTEST), then try again."));
+    if (!target.isValid() || !m_desktop.unavailableReason().isEmpty()) {
+        // The clipboard still gets the expansion: the user can paste it by hand.
+        notice(writeClipboard());
+        notice(target.isValid()
+                   ? QStringLiteral("Allow Quill under an X11 session with keyboard access (XTEST), then try again.")
+                   : QStringLiteral("Quill could not find the app you were using. Try again from that app."));
         releaseHold();
         return;
     }
     const bool spreadsheet = removeCount >= 1 && isSpreadsheet(target);
     m_desktop.activate(target, activationTimeoutMs);
     m_desktop.waitForModifiersReleased(modifierReleaseTimeoutMs);
+    // The target deletes the trigger while the clipboard is being taken; the chord follows both.
+    if (spreadsheet) {
+        // Leaving the cell editor drops the typed trigger with it.
+        m_desktop.sendEscape();
+    } else {
+        m_desktop.sendBackspaces(removeCount);
+    }
+    writeClipboard(); // its notice gives way to the paste's own
+    if (m_desktop.pastesFromSelection(target)) {
+        m_pasteboard.copyToSelection();
+    }
     const QString name = target.applicationName.isEmpty() ? QStringLiteral("your app") : target.applicationName;
     auto paste = [this, target, name] {
-        m_desktop.sendPaste(target);
-        m_desktop.flush();
-        notice(QStringLiteral("Pasted into ") + name);
+        m_desktop.sendPaste(target); // not waited for: the target's request is what tells
+        // Shown once the paste has landed: until then the main thread is the clipboard's server.
+        m_pendingNotice = QStringLiteral("Pasted into ") + name;
         m_holdTimer.start();
     };
     if (spreadsheet) {
-        // Leaving the cell editor drops the typed trigger with it; the sheet needs a moment
-        // before it takes a paste.
-        m_desktop.sendEscape();
-        m_desktop.flush();
+        // The sheet needs a moment out of the cell editor before it takes a paste.
         QTimer::singleShot(spreadsheetEscapeDelayMs, this, paste);
         return;
     }
-    m_desktop.sendBackspaces(removeCount);
-    m_desktop.flush();
     paste();
 }
 
@@ -236,6 +242,9 @@ void ExpansionRunner::pasteTaken()
 void ExpansionRunner::releaseHold()
 {
     m_delegate.releaseHeldKeys(false);
+    if (!m_pendingNotice.isEmpty()) {
+        notice(std::exchange(m_pendingNotice, QString()));
+    }
 }
 
 void ExpansionRunner::finishWithoutPaste(bool giveBackEndingKey)
@@ -303,10 +312,11 @@ void ExpansionRunner::pasteDefaultMedia(const Clip& clip, int removeCount)
             notice(QStringLiteral("Could not download the default portrait."));
             return;
         }
-        notice(prepareClipboard(m_pasteboard, ClipboardRequest{*found, false, true, {}, {}, {}, false},
-                                tokenSources(m_pasteboard)));
         m_returnApp = target;
-        pasteIntoReturnApp(removeCount);
+        pasteIntoReturnApp(removeCount, [&] {
+            return prepareClipboard(m_pasteboard, ClipboardRequest{*found, false, true, {}, {}, {}, false},
+                                    tokenSources(m_pasteboard));
+        });
     });
 }
 

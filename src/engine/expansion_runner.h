@@ -7,6 +7,8 @@
 #include <QObject>
 #include <QTimer>
 
+#include <functional>
+
 namespace tavo {
 
 class DB;
@@ -46,7 +48,9 @@ signals:
 
 private:
     void carryOut(const ExpansionPlan& plan, int length);
-    void pasteIntoReturnApp(int removeCount);
+    // Removes the typed trigger, writes the clipboard through `writeClipboard` (which gives the
+    // notice) and sends the paste chord.
+    void pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard);
     void removeTrigger(int count, int cap);
     void openWebsiteShortcut(const Clip& clip, int removeCount);
     void launchDesktopShortcut(const Clip& clip, int removeCount);
@@ -65,6 +69,7 @@ private:
     QNetworkAccessManager m_network;
     DesktopWindow m_returnApp;
     QTimer m_holdTimer;
+    QString m_pendingNotice;
 };
 
 } // namespace tavo

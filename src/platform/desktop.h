@@ -37,10 +37,13 @@ public:
     // Waits (bounded) until the user has let go of Shift, Ctrl, Alt and Super, so they do not
     // change the keys sent next; modifiers still down after that are released.
     virtual void waitForModifiersReleased(int timeoutMs) = 0;
+    // The keys go out at once; flush() waits for the server to have them.
     virtual void sendBackspaces(int count) = 0;
     virtual void sendEscape() = 0;
     // The paste chord the target understands: Ctrl+V, or Ctrl+Shift+V / Shift+Insert in terminals.
     virtual void sendPaste(const DesktopWindow& target) = 0;
+    // Whether that chord pastes the PRIMARY selection rather than the clipboard.
+    virtual bool pastesFromSelection(const DesktopWindow& target) const = 0;
     // Blocks until the X server has processed every key sent so far.
     virtual void flush() = 0;
 

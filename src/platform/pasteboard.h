@@ -20,6 +20,9 @@ public:
 
     // Replaces the clipboard's content; an empty `data` clears it.
     virtual void write(std::unique_ptr<QMimeData> data) = 0;
+    // Puts what was last written into the selection that middle-click and Shift+Insert paste
+    // from, for the targets that read it.
+    virtual void copyToSelection() {}
 };
 
 } // namespace tavo

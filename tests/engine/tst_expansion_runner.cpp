@@ -32,6 +32,7 @@ public:
     void sendBackspaces(int count) override { log << QStringLiteral("backspace x%1").arg(count); }
     void sendEscape() override { log << QStringLiteral("escape"); }
     void sendPaste(const DesktopWindow&) override { log << QStringLiteral("paste"); }
+    bool pastesFromSelection(const DesktopWindow&) const override { return false; }
     void flush() override {}
     bool openUrl(const QString& url) override
     {

@@ -53,10 +53,24 @@ void QtPasteboard::write(std::unique_ptr<QMimeData> data)
         clipboard->clear(QClipboard::Clipboard);
         return;
     }
-    // QClipboard takes ownership of each copy it is given.
+    // QClipboard takes ownership of the copy it is given.
     clipboard->setMimeData(new ServedMimeData(*data, this), QClipboard::Clipboard);
-    if (clipboard->supportsSelection()) {
-        clipboard->setMimeData(new ServedMimeData(*data, this), QClipboard::Selection);
+}
+
+void QtPasteboard::copyToSelection()
+{
+    QClipboard* clipboard = QGuiApplication::clipboard();
+    if (!clipboard->supportsSelection()) {
+        return;
+    }
+    m_readingOwnContent = true;
+    const QMimeData* current = clipboard->mimeData(QClipboard::Clipboard);
+    auto* copy = current ? new ServedMimeData(*current, this) : nullptr;
+    m_readingOwnContent = false;
+    if (copy) {
+        clipboard->setMimeData(copy, QClipboard::Selection);
+    } else {
+        clipboard->clear(QClipboard::Selection);
     }
 }
 

@@ -6,8 +6,9 @@
 
 namespace tavo {
 
-// The X11 clipboard through QClipboard. What is written goes to CLIPBOARD and, for terminals
-// that paste with Shift+Insert, to the PRIMARY selection as well.
+// The X11 clipboard through QClipboard. What is written goes to CLIPBOARD; the PRIMARY selection
+// only on request, for terminals that paste with Shift+Insert: taking each selection costs a
+// round trip to the server on the way to the paste.
 class QtPasteboard : public QObject, public Pasteboard
 {
     Q_OBJECT
@@ -17,6 +18,7 @@ public:
 
     QString string() const override;
     void write(std::unique_ptr<QMimeData> data) override;
+    void copyToSelection() override;
 
 signals:
     // Another program asked for what was written: the paste has reached its target. Queued, so

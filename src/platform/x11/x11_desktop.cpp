@@ -489,7 +489,7 @@ void X11Desktop::tapKeysym(unsigned long keysym, const QList<unsigned long>& mod
                 XTestFakeKeyEvent(m_display, *it, False, 0);
         }
     }
-    XSync(m_display, False);
+    XFlush(m_display);
     // Applications read the key map when they get to the mapping change, which may be after the
     // keys have gone out: a lent key code keeps its keysym for a while, then goes back.
     if (!m_lentKeycodes.isEmpty())
@@ -515,6 +515,11 @@ void X11Desktop::sendPaste(const DesktopWindow& target)
         tapKeysym(XK_v, {XK_Control_L, XK_Shift_L}, 1);
     else
         tapKeysym(XK_v, {XK_Control_L}, 1);
+}
+
+bool X11Desktop::pastesFromSelection(const DesktopWindow& target) const
+{
+    return pastesFromPrimary(target.windowClass);
 }
 
 void X11Desktop::flush()

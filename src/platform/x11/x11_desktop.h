@@ -33,6 +33,7 @@ public:
     void sendBackspaces(int count) override;
     void sendEscape() override;
     void sendPaste(const DesktopWindow& target) override;
+    bool pastesFromSelection(const DesktopWindow& target) const override;
     void flush() override;
 
     bool openUrl(const QString& url) override;

@@ -435,7 +435,7 @@ private:
     GrabState desiredGrabs() const;
     void syncPassiveGrabs();
     void syncActiveGrab();
-    void changeGrabs(std::size_t id, Combinations combinations, bool grab);
+    void changeGrabs(std::size_t id, Combinations combinations, bool grab, bool onHoldWindow = false);
     void releaseAllGrabs();
     void takeRefusedGrabs();
     bool fromActiveGrab(unsigned long serial) const;
@@ -470,12 +470,17 @@ private:
     unsigned m_slashKey = 0;
     std::array<unsigned, 8> m_modifierKeycodes{}; // a key code per core modifier, to type it back
 
-    GrabState m_grabbed{};
+    GrabState m_grabbed{}; // on the root window
+    // The hold's grabs sit on the window that had the focus when it began: few grabs there make
+    // them cheap for the server, where the root's long list would delay the paste behind them.
+    std::array<Combinations, 256> m_holdGrabbed{};
+    Window m_holdWindow = 0;
     struct GrabRequest
     {
         unsigned long serial;
         std::size_t id;
         int combination;
+        bool onHoldWindow;
     };
     std::deque<GrabRequest> m_grabRequests; // sent, their refusal not read yet
     std::optional<Clock::time_point> m_regrabAt;
@@ -830,7 +835,7 @@ bool X11KeyboardTap::Worker::expectsGrabbedPress(unsigned keycode) const
     const unsigned modifiers = state & ~TransparentMask;
     const auto combination = Combinations(1u << combinationOf(state));
     if (modifiers == 0)
-        return m_grabbed[keycode] & combination;
+        return (m_grabbed[keycode] | m_holdGrabbed[keycode]) & combination;
     if (modifiers == ControlMask)
         return m_grabbed[keycode + WithControl] & combination;
     return false;
@@ -936,11 +941,17 @@ void X11KeyboardTap::Worker::decideGrabbedKey(const KeyEvent& event, const HeldK
     const quint64 sequence = m_decider->submit(event);
     const bool decided = m_decider->waitFor(sequence, Clock::now() + DecisionTimeout);
     TapDecision decision{KeyVerdict::Pass, m_mode};
-    for (const auto& result : m_decider->takeResults()) {
-        applyMode(result.decision.mode, result.stamp);
+    const auto results = m_decider->takeResults();
+    for (const auto& result : results) {
         if (result.sequence == sequence)
             decision = result.decision;
     }
+    // A hold starts before the tracking grabs go, so that they go only once it ends: the paste
+    // follows this key at once and must not queue behind hundreds of ungrabs at the server.
+    if (decision.verdict == KeyVerdict::SwallowAndHold)
+        beginHold(key, true, false);
+    for (const auto& result : results)
+        applyMode(result.decision.mode, result.stamp);
     if (!decided)
         qCWarning(lcTap) << "no decision within" << DecisionTimeout.count() << "ms; the key passes";
 
@@ -974,7 +985,6 @@ void X11KeyboardTap::Worker::decideGrabbedKey(const KeyEvent& event, const HeldK
         }
         break;
     case KeyVerdict::SwallowAndHold:
-        beginHold(key, true, false);
         syncPassiveGrabs();
         if (owned)
             syncActiveGrab();
@@ -1179,19 +1189,12 @@ GrabState X11KeyboardTap::Worker::desiredGrabs() const
         if (keys.test(keycode))
             wanted[keycode] = AllCombinations;
     }
-    if (m_hold.active) {
-        // The hold grabs are many and short-lived: only under the current locks.
-        const Combinations combinations = combinationsWithLocksOf(currentModifiers(XKB_STATE_MODS_EFFECTIVE));
-        for (std::size_t keycode = 0; keycode < 256; ++keycode) {
-            if (m_holdKeys.test(keycode))
-                wanted[keycode] |= combinations;
-        }
-    }
     return wanted;
 }
 
-void X11KeyboardTap::Worker::changeGrabs(std::size_t id, Combinations combinations, bool grab)
+void X11KeyboardTap::Worker::changeGrabs(std::size_t id, Combinations combinations, bool grab, bool onHoldWindow)
 {
+    const Window window = onHoldWindow ? m_holdWindow : m_root;
     const auto keycode = ::KeyCode(id % WithControl);
     const unsigned extra = id >= WithControl ? ControlMask : 0;
     for (std::size_t i = 0; i < GrabCombinations.size(); ++i) {
@@ -1199,25 +1202,46 @@ void X11KeyboardTap::Worker::changeGrabs(std::size_t id, Combinations combinatio
             continue;
         const unsigned modifiers = GrabCombinations[i] | extra;
         if (grab) {
-            m_grabRequests.push_back({XNextRequest(m_display), id, int(i)});
-            XGrabKey(m_display, keycode, modifiers, m_root, False, GrabModeAsync, GrabModeSync);
+            m_grabRequests.push_back({XNextRequest(m_display), id, int(i), onHoldWindow});
+            XGrabKey(m_display, keycode, modifiers, window, False, GrabModeAsync, GrabModeSync);
         } else {
-            XUngrabKey(m_display, keycode, modifiers, m_root);
+            XUngrabKey(m_display, keycode, modifiers, window);
         }
     }
 }
 
 void X11KeyboardTap::Worker::syncPassiveGrabs()
 {
-    const GrabState wanted = desiredGrabs();
+    GrabState wanted = desiredGrabs();
     for (std::size_t id = 0; id < GrabIds; ++id) {
         const Combinations added = wanted[id] & ~m_grabbed[id];
-        const Combinations removed = m_grabbed[id] & ~wanted[id];
+        Combinations removed = m_grabbed[id] & ~wanted[id];
+        if (removed && m_hold.active && id < 256 && m_holdKeys.test(id)) {
+            // Any grab of a key that would be held anyway may stay until the hold ends.
+            wanted[id] |= removed;
+            removed = 0;
+        }
         if (added)
             changeGrabs(id, added, true);
         if (removed)
             changeGrabs(id, removed, false);
         m_grabbed[id] = wanted[id];
+    }
+
+    // The hold grabs are many and short-lived: only under the current locks, and only where
+    // the root's grabs leave a key open.
+    const Combinations combinations =
+        m_hold.active ? combinationsWithLocksOf(currentModifiers(XKB_STATE_MODS_EFFECTIVE)) : Combinations(0);
+    for (std::size_t keycode = 0; keycode < m_holdGrabbed.size(); ++keycode) {
+        const Combinations wantedHere =
+            m_holdKeys.test(keycode) ? Combinations(combinations & ~m_grabbed[keycode]) : Combinations(0);
+        const Combinations added = wantedHere & ~m_holdGrabbed[keycode];
+        const Combinations removed = m_holdGrabbed[keycode] & ~wantedHere;
+        if (added)
+            changeGrabs(keycode, added, true, true);
+        if (removed)
+            changeGrabs(keycode, removed, false, true);
+        m_holdGrabbed[keycode] = wantedHere;
     }
 }
 
@@ -1261,8 +1285,13 @@ void X11KeyboardTap::Worker::takeRefusedGrabs()
             const auto request =
                 std::lower_bound(m_grabRequests.begin(), m_grabRequests.end(), serial,
                                  [](const GrabRequest& sent, unsigned long value) { return sent.serial < value; });
-            if (request != m_grabRequests.end() && request->serial == serial)
-                m_grabbed[request->id] &= Combinations(~(1u << request->combination));
+            if (request != m_grabRequests.end() && request->serial == serial) {
+                const auto refused = Combinations(~(1u << request->combination));
+                if (request->onHoldWindow)
+                    m_holdGrabbed[request->id] &= refused;
+                else
+                    m_grabbed[request->id] &= refused;
+            }
         }
         g_refusedGrabs.clear();
         if (!m_regrabAt)
@@ -1282,6 +1311,11 @@ void X11KeyboardTap::Worker::releaseAllGrabs()
             changeGrabs(id, m_grabbed[id], false);
     }
     m_grabbed.fill(0);
+    for (std::size_t keycode = 0; keycode < m_holdGrabbed.size(); ++keycode) {
+        if (m_holdGrabbed[keycode])
+            changeGrabs(keycode, m_holdGrabbed[keycode], false, true);
+    }
+    m_holdGrabbed.fill(0);
     if (m_activeGrab) {
         m_activeGrabUntil = XNextRequest(m_display);
         XUngrabKeyboard(m_display, CurrentTime);
@@ -1291,6 +1325,12 @@ void X11KeyboardTap::Worker::releaseAllGrabs()
 
 void X11KeyboardTap::Worker::beginHold(const HeldKey& endingKey, bool waitForRelease, bool replayEndingKey)
 {
+    if (!m_hold.active) {
+        Window focus = 0;
+        int revert = 0;
+        XGetInputFocus(m_display, &focus, &revert);
+        m_holdWindow = focus == None || focus == PointerRoot ? m_root : focus;
+    }
     // During a typing back the hold goes on: ours still on their way and the late keys stay.
     m_hold.active = true;
     m_hold.waitingForRelease = waitForRelease;
