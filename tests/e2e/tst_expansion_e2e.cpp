@@ -1,7 +1,55 @@
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QtTest>
+
+// Two calls of Xlib, declared here: its header's macros clash with Qt's names.
+struct _XDisplay;
+extern "C" int XkbLockGroup(_XDisplay* display, unsigned int device, unsigned int group);
+extern "C" int XSync(_XDisplay* display, int discard);
+struct XkbStateRec
+{
+    unsigned char group, locked_group;
+    unsigned short base_group, latched_group;
+    unsigned char mods, base_mods, latched_mods, locked_mods, compat_state, grab_mods, compat_grab_mods, lookup_mods,
+        compat_lookup_mods;
+    unsigned short ptr_buttons;
+};
+extern "C" int XkbGetState(_XDisplay* display, unsigned int device, XkbStateRec* state);
+constexpr unsigned int XkbUseCoreKbd = 0x0100;
+
+QStringList words(std::initializer_list<const char*> list)
+{
+    QStringList result;
+    for (const char* word : list) {
+        result << QString::fromUtf8(word);
+    }
+    return result;
+}
+
+// Counts the Escape presses that reach a window.
+class EscapeCounter : public QObject
+{
+public:
+    EscapeCounter(int* count, QObject* parent)
+        : QObject(parent)
+        , m_count(count)
+    {
+    }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape) {
+            ++*m_count;
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    int* m_count;
+};
 
 // Tavo as a person uses it: the real application, a real X server with a window manager, a
 // real keyring, and keys typed through XTest into a window of another program (this test).
@@ -19,11 +67,21 @@ private slots:
     void rolloverOfTheEndingKey();
     void aShortcutAddedWhileRunningExpandsAtOnce();
     void fastTypingLosesNothing();
+    void keysWhileTracking_data();
+    void keysWhileTracking();
+    void shiftHeldPastTheEndingKey();
+    void otherLayouts_data();
+    void otherLayouts();
+    void aTerminalPastesFromItsSelection();
     void aSecondStartLeavesTheFirstInCharge();
+    void quittingWhileTrackingLosesNoKey();
 
 private:
     static int tavoctl(const QStringList& arguments, const QByteArray& input = {});
     static void type(const QString& text, int delayMs = 12);
+    static void xdotool(const QStringList& arguments);
+    static void steps(const QStringList& steps);
+    static void setLayout(const QStringList& arguments);
     QString typedText() const { return m_editor->toPlainText(); }
 
     QProcess m_tavo;
@@ -48,6 +106,32 @@ void TestExpansionEndToEnd::type(const QString& text, int delayMs)
     xdotool.start(QStringLiteral("xdotool"),
                   {QStringLiteral("type"), QStringLiteral("--delay"), QString::number(delayMs), text});
     QVERIFY(xdotool.waitForFinished(30000));
+}
+
+void TestExpansionEndToEnd::xdotool(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral("xdotool"), arguments);
+    QVERIFY(process.waitForFinished(30000));
+    QCOMPARE(process.exitCode(), 0);
+}
+
+void TestExpansionEndToEnd::steps(const QStringList& steps)
+{
+    // "verb:argument" each: xdotool's type takes the rest of its command line as text.
+    for (const QString& step : steps) {
+        const qsizetype colon = step.indexOf(u':');
+        xdotool({step.left(colon), step.mid(colon + 1)});
+    }
+}
+
+void TestExpansionEndToEnd::setLayout(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral("setxkbmap"), arguments);
+    QVERIFY(process.waitForFinished(10000));
+    QCOMPARE(process.exitCode(), 0);
+    QTest::qWait(300); // the tap and the target read the new key map
 }
 
 void TestExpansionEndToEnd::initTestCase()
@@ -170,6 +254,113 @@ void TestExpansionEndToEnd::fastTypingLosesNothing()
     type(typed, 5);
     const QString expected = QStringLiteral("Thank you! see you soon, and/or later Thank you! bye");
     QTRY_COMPARE_WITH_TIMEOUT(typedText(), expected, 8000);
+
+    // A typist going on at 100 characters a second, twenty times over: every run exact.
+    for (const auto& [typing, result] :
+         {std::pair{QStringLiteral("\\thx see you"), QStringLiteral("Thank you! see you")},
+          std::pair{QStringLiteral("and/or this"), QStringLiteral("and/or this")}}) {
+        for (int run = 0; run < 20; ++run) {
+            m_editor->clear();
+            type(typing, 10);
+            QTRY_COMPARE_WITH_TIMEOUT(typedText(), result, 5000);
+        }
+    }
+}
+
+void TestExpansionEndToEnd::keysWhileTracking_data()
+{
+    // xdotool commands, and what the window holds after them.
+    QTest::addColumn<QStringList>("typing");
+    QTest::addColumn<QString>("result");
+    QTest::addColumn<int>("escapes");
+    QTest::newRow("Escape reaches the window and ends the trigger")
+        << words({"type:\\thx", "key:Escape", "type: y"}) << "\\thx y" << 1;
+    QTest::newRow("Backspace on the lone backslash ends tracking")
+        << words({"type:\\", "key:BackSpace", "type:thx "}) << "thx " << 0;
+    QTest::newRow("Ctrl with a key passes: select all, then type over it")
+        << words({"type:one \\th", "key:ctrl+a", "type:x "}) << "x " << 0;
+}
+
+void TestExpansionEndToEnd::keysWhileTracking()
+{
+    QFETCH(QStringList, typing);
+    QFETCH(QString, result);
+    QFETCH(int, escapes);
+    int escapesSeen = 0;
+    auto* counter = new EscapeCounter(&escapesSeen, m_editor.get());
+    m_editor->installEventFilter(counter);
+    steps(typing);
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), result, 5000);
+    QTest::qWait(200);
+    QCOMPARE(typedText(), result);
+    QCOMPARE(escapesSeen, escapes);
+    delete counter;
+}
+
+void TestExpansionEndToEnd::shiftHeldPastTheEndingKey()
+{
+    // Shift still down 300 ms after the space: the paste is Ctrl+V all the same, not Ctrl+Shift+V.
+    type(QStringLiteral("\\thx"));
+    xdotool(words({"keydown", "shift", "key", "space", "sleep", "0.3", "keyup", "shift"}));
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("Thank you! "), 5000);
+    type(QStringLiteral("ok"));
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("Thank you! ok"), 5000);
+}
+
+void TestExpansionEndToEnd::otherLayouts_data()
+{
+    QTest::addColumn<QStringList>("layout");
+    QTest::addColumn<int>("group");
+    QTest::addColumn<QStringList>("typing");
+    QTest::addColumn<QString>("result");
+    // Typed by key, as a person with that layout would.
+    QTest::newRow("German: the backslash is AltGr+ß")
+        << words({"de"}) << 0 << words({"key:ISO_Level3_Shift+ssharp", "type:thx "}) << "Thank you! ";
+    QTest::newRow("US and Russian, the Russian group locked")
+        << words({"-layout", "us,ru"}) << 1 << words({"type:\\thx "}) << "Thank you! ";
+}
+
+void TestExpansionEndToEnd::otherLayouts()
+{
+    QFETCH(QStringList, layout);
+    QFETCH(int, group);
+    QFETCH(QStringList, typing);
+    QFETCH(QString, result);
+    setLayout(layout);
+    const auto restore = qScopeGuard([] { setLayout(words({"us"})); });
+    // As the layout switch key does. xdotool types each letter in the group that has it and
+    // then puts the locked group back, so the paste itself happens in this one.
+    _XDisplay* display = qApp->nativeInterface<QNativeInterface::QX11Application>()->display();
+    const auto lockedGroup = [display] {
+        XkbStateRec state = {};
+        XkbGetState(display, XkbUseCoreKbd, &state);
+        return int(state.locked_group);
+    };
+    if (group != 0) {
+        XkbLockGroup(display, XkbUseCoreKbd, unsigned(group));
+        XSync(display, 0);
+        QTRY_COMPARE(lockedGroup(), group);
+    }
+    steps(typing);
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), result, 5000);
+    QCOMPARE(lockedGroup(), group);
+}
+
+void TestExpansionEndToEnd::aTerminalPastesFromItsSelection()
+{
+    // xterm pastes the PRIMARY selection with Shift+Insert; the shell there writes the line out.
+    const QString out = QDir::home().filePath(QStringLiteral("xterm-line.txt"));
+    QProcess xterm;
+    xterm.start(QStringLiteral("xterm"), {QStringLiteral("-e"), QStringLiteral("sh"), QStringLiteral("-c"),
+                                          QStringLiteral("IFS= read -r line; printf %s \"$line\" > '%1'").arg(out)});
+    QVERIFY(xterm.waitForStarted());
+    QTRY_VERIFY_WITH_TIMEOUT(!m_editor->isActiveWindow(), 10000);
+    QTest::qWait(500); // the shell is waiting for its line
+    type(QStringLiteral("\\thx see you\n"));
+    QVERIFY(xterm.waitForFinished(10000));
+    QFile line(out);
+    QVERIFY(line.open(QIODevice::ReadOnly));
+    QCOMPARE(QString::fromUtf8(line.readAll()), QStringLiteral("Thank you! see you"));
 }
 
 void TestExpansionEndToEnd::aSecondStartLeavesTheFirstInCharge()
@@ -180,6 +371,18 @@ void TestExpansionEndToEnd::aSecondStartLeavesTheFirstInCharge()
     QCOMPARE(second.exitCode(), 0);
     QVERIFY(second.readAllStandardError().contains("Tavo is already running."));
     QCOMPARE(m_tavo.state(), QProcess::Running);
+}
+
+void TestExpansionEndToEnd::quittingWhileTrackingLosesNoKey()
+{
+    type(QStringLiteral("\\th"));
+    // The session ends with Tavo in the middle of a trigger: it leaves cleanly, grabs released.
+    m_tavo.terminate();
+    QVERIFY(m_tavo.waitForFinished(10000));
+    QCOMPARE(m_tavo.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_tavo.exitCode(), 0);
+    type(QStringLiteral("x, and more"));
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("\\thx, and more"), 5000);
 }
 
 QTEST_MAIN(TestExpansionEndToEnd)

@@ -111,6 +111,7 @@ X11Desktop::X11Desktop()
         m_problem = QStringLiteral("Cannot open the X11 display.");
         return;
     }
+    keepRunningWhenLost(m_display);
     // An unmapped window of our own: appending nothing to one of its properties gives a real
     // server timestamp, which window managers want with an activation request.
     XSetWindowAttributes attributes = {};

@@ -245,6 +245,18 @@ std::optional<QString> checkDisplay(Display* display, DisplayFeatures* features)
     return std::nullopt;
 }
 
+} // namespace
+
+void keepRunningWhenLost(Display* display)
+{
+    // Xlib ends the process when a connection breaks, from whichever thread notices. Returning
+    // instead leaves the connection dead: its calls fail at once and its thread winds down.
+    XSetIOErrorExitHandler(
+        display, [](Display*, void*) { qCWarning(lcTap) << "the connection to the X server was lost"; }, nullptr);
+}
+
+namespace {
+
 std::optional<QString> openDisplay(Display** display)
 {
     if (auto problem = waylandProblem())
@@ -255,6 +267,7 @@ std::optional<QString> openDisplay(Display** display)
     *display = XOpenDisplay(nullptr);
     if (!*display)
         return QStringLiteral("Cannot open the X11 display \"%1\".").arg(QString::fromLocal8Bit(name));
+    keepRunningWhenLost(*display);
     return std::nullopt;
 }
 

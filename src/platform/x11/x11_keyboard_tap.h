@@ -7,6 +7,8 @@
 #include <memory>
 #include <optional>
 
+struct _XDisplay;
+
 namespace tavo {
 
 // The keyboard tap of an X11 session. It runs on a thread of its own with its own X connection:
@@ -38,5 +40,8 @@ private:
     class Worker;
     std::unique_ptr<Worker> m_worker;
 };
+
+// Lets a connection die without ending the process (Xlib's default when the server goes away).
+void keepRunningWhenLost(_XDisplay* display);
 
 } // namespace tavo
