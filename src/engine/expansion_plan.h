@@ -44,6 +44,12 @@ struct ExpansionPlan
     QString separator;       // Batch
     Clip clip;               // Website, Launch, DefaultMedia, Nothing
     bool fromRecord = false; // the shortcut is a collection record's
+
+    // Nothing will paste, open or run: the key that ended the trigger goes on to the application.
+    bool givesEndingKeyBack() const
+    {
+        return kind == Kind::NotSignedIn || kind == Kind::NoMatch || kind == Kind::InlineCommand;
+    }
 };
 
 // The one decision procedure for a typed trigger and the key that ended it: inline commands,

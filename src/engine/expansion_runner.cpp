@@ -70,6 +70,14 @@ ExpansionRunner::ExpansionRunner(DB& db, TavoAccountStore& accounts, Defaults& d
     m_holdTimer.setSingleShot(true);
     m_holdTimer.setInterval(pasteLandingTimeoutMs);
     connect(&m_holdTimer, &QTimer::timeout, this, &ExpansionRunner::releaseHold);
+
+    // The tap's thread decides unmatched triggers on its own from a copy of the library.
+    connect(&m_db, &DB::clipsChanged, this, &ExpansionRunner::publishLibrary);
+    connect(&m_db, &DB::collectionRecordsChanged, this, &ExpansionRunner::publishLibrary);
+    connect(&m_db, &DB::hiddenCollectionsChanged, this, &ExpansionRunner::publishLibrary);
+    connect(&m_defaults, &Defaults::valuesChanged, this, &ExpansionRunner::publishLibrary);
+    connect(&m_accounts, &TavoAccountStore::isAuthenticatedChanged, this, &ExpansionRunner::publishLibrary);
+    publishLibrary();
 }
 
 ExpansionLibrary ExpansionRunner::library() const
@@ -80,6 +88,12 @@ ExpansionLibrary ExpansionRunner::library() const
     library.hiddenCollections = m_db.hiddenCollections();
     library.showHidden = m_defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections"));
     return library;
+}
+
+void ExpansionRunner::publishLibrary()
+{
+    // The lists are shared, not copied: a copy costs a pointer until the store changes them.
+    m_delegate.setLibrary(m_accounts.isAuthenticated() ? std::make_shared<const ExpansionLibrary>(library()) : nullptr);
 }
 
 void ExpansionRunner::notice(const QString& text)
@@ -116,12 +130,15 @@ void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
 {
     m_delegate.setTriggerTracking(false);
     emit hidePickerRequested();
+    if (plan.givesEndingKeyBack()) { // the picker's inline commands arrive with the picker
+        finishWithoutPaste(true);
+        return;
+    }
     switch (plan.kind) {
     case ExpansionPlan::Kind::NotSignedIn:
     case ExpansionPlan::Kind::NoMatch:
-    case ExpansionPlan::Kind::InlineCommand: // the picker's commands arrive with the picker
-        finishWithoutPaste(true);
-        return;
+    case ExpansionPlan::Kind::InlineCommand:
+        return; // given back above
     case ExpansionPlan::Kind::Nothing:
         finishWithoutPaste(false);
         return;

@@ -30,6 +30,8 @@ public:
 
     // The library as a decision sees it now.
     ExpansionLibrary library() const;
+    // Hands the tap's thread a copy of it; follows every change of the store and the account.
+    void publishLibrary();
 
     DesktopWindow returnApp() const { return m_returnApp; }
 

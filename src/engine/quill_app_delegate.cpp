@@ -57,6 +57,12 @@ void QuillAppDelegate::installSlashTap()
     }
 }
 
+void QuillAppDelegate::setLibrary(std::shared_ptr<const ExpansionLibrary> library)
+{
+    QMutexLocker locker(&m_lock);
+    m_library = std::move(library);
+}
+
 bool QuillAppDelegate::isTapInstalled() const
 {
     return m_tap.isRunning();
@@ -66,12 +72,24 @@ TapDecision QuillAppDelegate::decide(const KeyEvent& event)
 {
     QList<TapNotification> notifications;
     TapDecision decision;
+    std::shared_ptr<const ExpansionLibrary> library;
     {
         QMutexLocker locker(&m_lock);
         if (m_paused) {
             return {KeyVerdict::Pass, TapMode::Idle};
         }
         decision = m_tracker.handle(event, notifications);
+        library = m_library;
+    }
+    if (decision.verdict == KeyVerdict::SwallowAndHold && !notifications.isEmpty() &&
+        notifications.constLast().kind == TapNotification::Kind::AutoExpand) {
+        // A trigger that expands nothing needs no paste and so no main thread: its ending key
+        // passes now, and only the panel is told to close.
+        const TapNotification& finished = notifications.constLast();
+        if (!library || planExpansion(finished.text, finished.suffix, *library).givesEndingKeyBack()) {
+            decision.verdict = KeyVerdict::Pass;
+            notifications.last() = {TapNotification::Kind::ClosePicker, {}, {}, 0};
+        }
     }
     if (!notifications.isEmpty()) {
         // Queued, never direct: the tap must answer now, and the main thread takes them in order.

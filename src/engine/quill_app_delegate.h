@@ -1,11 +1,14 @@
 #pragma once
 
+#include "engine/expansion_plan.h"
 #include "engine/tap_state.h"
 #include "platform/keyboard_tap.h"
 
 #include <QMutex>
 #include <QObject>
 #include <QTimer>
+
+#include <memory>
 
 namespace tavo {
 
@@ -40,6 +43,11 @@ public:
     QString triggerBuffer() const;
     void clearQueryBuffer();
 
+    // What can expand now; none while signed out. The tap's thread checks a finished trigger
+    // against it, so a trigger that matches nothing lets its ending key go at once, however busy
+    // the main thread is.
+    void setLibrary(std::shared_ptr<const ExpansionLibrary> library);
+
     // The decision for one key, as the tap calls it (on its thread).
     TapDecision decide(const KeyEvent& event);
 
@@ -64,6 +72,7 @@ private:
     KeyboardTap& m_tap;
     mutable QMutex m_lock;
     TriggerTracker m_tracker;
+    std::shared_ptr<const ExpansionLibrary> m_library;
     bool m_paused = false;
     QTimer m_retryTimer;
     bool m_tapFailureReported = false;

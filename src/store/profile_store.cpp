@@ -7,17 +7,21 @@
 #include "store/store_files.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QJsonArray>
 #include <QLockFile>
+#include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QTimer>
 
 namespace tavo {
 
 namespace {
+
+Q_LOGGING_CATEGORY(lcStore, "tavo.store")
 
 const QString clipsFile = QStringLiteral("clips.json");
 const QString collectionsFile = QStringLiteral("collections.json");
@@ -580,6 +584,9 @@ void DB::reloadFromDisk()
 {
     const QString clipsPath = filePath(clipsFile);
     if (m_stamps.value(clipsPath) != stampOf(clipsPath)) {
+        qCInfo(lcStore) << "the shortcuts changed on disk; reading them";
+        QElapsedTimer timer;
+        timer.start();
         if (std::optional<QList<Clip>> clips = readList<Clip>(clipsPath)) {
             // Unsaved changes of ours stay; theirs come in.
             QList<Clip> merged = mergeById(m_clipsBase, m_clips, *clips);
@@ -588,6 +595,7 @@ void DB::reloadFromDisk()
             if (merged != m_clips) {
                 setClips(std::move(merged));
             }
+            qCInfo(lcStore) << "shortcuts read:" << m_clips.size() << "in" << timer.elapsed() << "ms";
         }
     }
     const QString definitionsPath = filePath(definitionsFile);

@@ -1,7 +1,13 @@
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSaveFile>
 #include <QScopeGuard>
+#include <QUuid>
 #include <QtTest>
 
 // Two calls of Xlib, declared here: its header's macros clash with Qt's names.
@@ -74,6 +80,7 @@ private slots:
     void otherLayouts();
     void aTerminalPastesFromItsSelection();
     void aSecondStartLeavesTheFirstInCharge();
+    void aBusyApplicationHoldsNoKey();
     void quittingWhileTrackingLosesNoKey();
 
 private:
@@ -371,6 +378,71 @@ void TestExpansionEndToEnd::aSecondStartLeavesTheFirstInCharge()
     QCOMPARE(second.exitCode(), 0);
     QVERIFY(second.readAllStandardError().contains("Tavo is already running."));
     QCOMPARE(m_tavo.state(), QProcess::Running);
+}
+
+void TestExpansionEndToEnd::aBusyApplicationHoldsNoKey()
+{
+    // A library of 150,000 shortcuts arrives on disk: Tavo's main thread reads it for a good while.
+    QString clipsPath;
+    QDirIterator files(QDir::homePath(), {QStringLiteral("clips.json")}, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext() && clipsPath.isEmpty()) {
+        const QString path = files.next();
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly) && file.readAll().contains("Thank you!")) {
+            clipsPath = path;
+        }
+    }
+    QVERIFY(!clipsPath.isEmpty());
+    QFile current(clipsPath);
+    QVERIFY(current.open(QIODevice::ReadOnly));
+    QJsonArray clips = QJsonDocument::fromJson(current.readAll()).array();
+    QVERIFY(!clips.isEmpty());
+    const QJsonObject model = clips.first().toObject();
+    for (int i = 0; i < 150000; ++i) {
+        QJsonObject clip = model;
+        clip[QStringLiteral("id")] = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+        clip[QStringLiteral("key")] = QStringLiteral("bulk%1").arg(i);
+        clips.append(clip);
+    }
+    QSaveFile bigger(clipsPath);
+    QVERIFY(bigger.open(QIODevice::WriteOnly));
+    bigger.write(QJsonDocument(clips).toJson(QJsonDocument::Compact));
+
+    // Typing goes on throughout: ordinary letters, and slashes and spaces, which the tap decides.
+    QElapsedTimer clock;
+    clock.start();
+    qint64 readingFrom = -1;
+    qint64 readingUntil = -1;
+    QList<qint64> arrivals;
+    const qsizetype logSeen = m_tavoLog.size();
+    const QMetaObject::Connection logWatch = connect(&m_tavo, &QProcess::readyRead, this, [&] {
+        const QByteArray fresh = m_tavoLog.mid(logSeen);
+        if (readingFrom < 0 && fresh.contains("the shortcuts changed on disk")) {
+            readingFrom = clock.elapsed();
+        }
+        if (readingUntil < 0 && fresh.contains("shortcuts read:")) {
+            readingUntil = clock.elapsed();
+        }
+    });
+    const QMetaObject::Connection arrivalWatch =
+        connect(m_editor.get(), &QPlainTextEdit::textChanged, this, [&] { arrivals << clock.elapsed(); });
+    QVERIFY(bigger.commit());
+    const QString typing = QStringLiteral("and/or this, see /usr/share and more. ").repeated(3);
+    QProcess xdotool;
+    xdotool.start(QStringLiteral("xdotool"),
+                  {QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("15"), typing});
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), typing, 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(readingUntil >= 0, 30000);
+    disconnect(logWatch);
+    disconnect(arrivalWatch);
+
+    QVERIFY2(readingFrom >= 0, "Tavo never read the library");
+    const auto during = std::count_if(arrivals.cbegin(), arrivals.cend(),
+                                      [&](qint64 at) { return at > readingFrom && at < readingUntil; });
+    qInfo() << "the library was read from" << readingFrom << "ms to" << readingUntil << "ms;" << during
+            << "keys arrived meanwhile";
+    // Keys arrived all through the read, not in one burst after it.
+    QVERIFY2(during >= (readingUntil - readingFrom) / 15 / 2, qPrintable(QString::number(during)));
 }
 
 void TestExpansionEndToEnd::quittingWhileTrackingLosesNoKey()

@@ -85,6 +85,8 @@ private slots:
     void applicationRemovalStopsAtEighty();
     void chosenRowRemovesWhatWasTyped();
     void signedOutDoesNothing();
+    void theTapDecidesAnEndingKeyOnItsOwn_data();
+    void theTapDecidesAnEndingKeyOnItsOwn();
 
 private:
     void typeTrigger(const QString& trigger, const QString& suffix = QStringLiteral(" "));
@@ -221,6 +223,39 @@ void TestExpansionRunner::signedOutDoesNothing()
     QVERIFY(m_desktop.log.isEmpty());
     QVERIFY(m_pasteboard.text.isEmpty());
     QCOMPARE(m_tap.releases, QList<bool>{true});
+}
+
+void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<bool>("signedIn");
+    QTest::addColumn<bool>("held"); // the space waits for the paste
+    QTest::newRow("a shortcut") << "\\ty " << true << true;
+    QTest::newRow("a shortcut added after start") << "\\new " << true << true;
+    QTest::newRow("the calculator") << "\\2+3 " << true << true;
+    QTest::newRow("nothing is called this") << "/or " << true << false;
+    QTest::newRow("signed out") << "\\ty " << false << false;
+}
+
+void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn()
+{
+    QFETCH(QString, typed);
+    QFETCH(bool, signedIn);
+    QFETCH(bool, held);
+    QList<Clip> clips = m_db->clips();
+    clips << clip(QStringLiteral("/new"), QStringLiteral("New one"));
+    m_db->setClips(clips);
+    if (!signedIn) {
+        m_accounts->signOut();
+    }
+    // The decisions as the tap's thread takes them: the main thread is not asked.
+    TapDecision decision;
+    for (const QChar c : typed) {
+        const int code = c == u'\\' ? KeyCode::Backslash : c == u'/' ? KeyCode::Slash : KeyCode::Other;
+        decision = m_delegate->decide(KeyEvent{code, 0, QString(c), false});
+    }
+    QCOMPARE(decision.verdict, held ? KeyVerdict::SwallowAndHold : KeyVerdict::Pass);
+    QCOMPARE(m_delegate->triggerTracking(), false);
 }
 
 QTEST_MAIN(TestExpansionRunner)
