@@ -85,6 +85,8 @@ private slots:
     void applicationRemovalStopsAtEighty();
     void chosenRowRemovesWhatWasTyped();
     void signedOutDoesNothing();
+    void whatCannotBeDoneEndsInANotice_data();
+    void whatCannotBeDoneEndsInANotice();
     void theTapDecidesAnEndingKeyOnItsOwn_data();
     void theTapDecidesAnEndingKeyOnItsOwn();
 
@@ -223,6 +225,36 @@ void TestExpansionRunner::signedOutDoesNothing()
     QVERIFY(m_desktop.log.isEmpty());
     QVERIFY(m_pasteboard.text.isEmpty());
     QCOMPARE(m_tap.releases, QList<bool>{true});
+}
+
+void TestExpansionRunner::whatCannotBeDoneEndsInANotice_data()
+{
+    QTest::addColumn<QString>("trigger");
+    QTest::addColumn<QString>("notice"); // empty: none at all
+    QTest::newRow("an application no longer installed")
+        << "\\gone.app"
+        << "Could not find gone.app on this computer. Refresh Desktop apps to update the list.";
+    QTest::newRow("a website that is not on the web") << "\\files.web" << QString();
+}
+
+void TestExpansionRunner::whatCannotBeDoneEndsInANotice()
+{
+    QFETCH(QString, trigger);
+    QFETCH(QString, notice);
+    Clip gone = clip(QStringLiteral("/gone.app"), QString());
+    gone.appPath = m_dir->filePath(QStringLiteral("uninstalled.desktop"));
+    Clip files = clip(QStringLiteral("/files.web"), QString());
+    files.webURL = QStringLiteral("ftp://example.org/pub");
+    m_db->setClips(QList<Clip>(m_db->clips()) << gone << files);
+    QSignalSpy notices(m_runner.get(), &ExpansionRunner::noticeChanged);
+
+    typeTrigger(trigger);
+    QVERIFY(m_desktop.log.isEmpty()); // no key removed, nothing opened
+    QCOMPARE(notices.isEmpty(), notice.isEmpty());
+    if (!notice.isEmpty()) {
+        QCOMPARE(notices.last().first().toString(), notice);
+    }
+    QCOMPARE(m_tap.releases, QList<bool>{false}); // the ending key was the trigger's
 }
 
 void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn_data()
