@@ -299,6 +299,7 @@ void ExpansionRunner::launchDesktopShortcut(const Clip& clip, int removeCount)
 {
     if (clip.appBundleIdentifier == ownWindowClass) {
         finishWithoutPaste(false);
+        emit showSelfRequested();
         return;
     }
     const QString entry = findDesktopEntry(clip);

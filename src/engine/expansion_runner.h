@@ -47,6 +47,8 @@ public slots:
 signals:
     void noticeChanged(const QString& notice);
     void hidePickerRequested();
+    // A shortcut that opens Tavo itself.
+    void showSelfRequested();
 
 private:
     void carryOut(const ExpansionPlan& plan, int length);

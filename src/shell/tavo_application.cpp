@@ -6,11 +6,13 @@
 #include "platform/secret/libsecret_store.h"
 #include "platform/x11/x11_desktop.h"
 #include "platform/x11/x11_keyboard_tap.h"
-#include "shell/status_window.h"
+#include "shell/main_window.h"
+#include "shell/shortcut_list_page.h"
 #include "store/accounts.h"
 #include "store/defaults.h"
 #include "store/key_store.h"
 #include "store/profile_store.h"
+#include "store/seeds.h"
 
 #include <QApplication>
 #include <QDir>
@@ -63,7 +65,7 @@ bool TavoApplication::claimSingleInstance()
         connect(&m_instanceServer, &QLocalServer::newConnection, this, [this] {
             while (QLocalSocket* socket = m_instanceServer.nextPendingConnection()) {
                 socket->deleteLater();
-                showStatusWindow(); // a second start asks this one to show itself
+                showMainWindow(); // a second start asks this one to show itself
             }
         });
         return true;
@@ -95,31 +97,31 @@ bool TavoApplication::start()
     m_delegate = std::make_unique<QuillAppDelegate>(*m_tap);
     m_runner =
         std::make_unique<ExpansionRunner>(*m_db, *m_accounts, *m_defaults, *m_delegate, *m_desktop, *m_pasteboard);
-    m_status = std::make_unique<StatusWindow>();
+    m_window = std::make_unique<MainWindow>(*m_db, *m_accounts, *m_defaults);
 
     connect(m_delegate.get(), &QuillAppDelegate::openPickerRequested, m_runner.get(), &ExpansionRunner::openPicker);
     connect(m_delegate.get(), &QuillAppDelegate::autoExpandRequested, m_runner.get(), &ExpansionRunner::autoExpand);
     connect(m_pasteboard.get(), &QtPasteboard::dataRequested, m_runner.get(), &ExpansionRunner::pasteTaken);
     connect(m_runner.get(), &ExpansionRunner::noticeChanged, this, &TavoApplication::showNotice);
+    connect(m_runner.get(), &ExpansionRunner::showSelfRequested, this, &TavoApplication::showMainWindow);
     connect(m_delegate.get(), &QuillAppDelegate::tapFailed, this, [this](const QString& reason) {
-        m_status->setKeyboardState(tapFailedNotice + u' ' + reason);
+        m_window->setKeyboardProblem(reason);
         showNotice(tapFailedNotice);
     });
     connect(m_delegate.get(), &QuillAppDelegate::tapInstalled, this, [this] {
         qCInfo(lcShell) << "keyboard tap running";
-        m_status->setKeyboardState(QStringLiteral("Following your typing in every application."));
+        m_window->setKeyboardProblem(QString());
     });
     connect(m_accounts.get(), &TavoAccountStore::isAuthenticatedChanged, this, [this](bool signedIn) {
         if (signedIn) {
             activateSignedInProfile();
         }
-        refreshAccount();
     });
 
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         m_tray = new QSystemTrayIcon(QIcon::fromTheme(QStringLiteral("input-keyboard")), this);
         auto* menu = new QMenu();
-        menu->addAction(QStringLiteral("Open"), this, &TavoApplication::showStatusWindow);
+        menu->addAction(QStringLiteral("Open"), this, &TavoApplication::showMainWindow);
         m_pauseAction = menu->addAction(QStringLiteral("Pause expansion"));
         m_pauseAction->setCheckable(true);
         connect(m_pauseAction, &QAction::toggled, this, &TavoApplication::setPaused);
@@ -129,7 +131,7 @@ bool TavoApplication::start()
         m_tray->setToolTip(QStringLiteral("Tavo"));
         connect(m_tray, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
             if (reason == QSystemTrayIcon::Trigger) {
-                showStatusWindow();
+                showMainWindow();
             }
         });
         m_tray->show();
@@ -138,15 +140,15 @@ bool TavoApplication::start()
     if (m_accounts->isAuthenticated()) {
         activateSignedInProfile();
     }
-    refreshAccount();
     m_delegate->installSlashTap();
-    if (!m_tray) {
+    if (!m_accounts->isAuthenticated()) {
+        showMainWindow(); // someone has to sign in first
+    } else if (!m_tray) {
         // With no tray to reach it from, the window is how Tavo shows it runs; it must not take
         // the keyboard from the application the user is typing in.
-        m_status->setAttribute(Qt::WA_ShowWithoutActivating);
-        refreshAccount();
-        m_status->show();
-        m_status->setAttribute(Qt::WA_ShowWithoutActivating, false);
+        m_window->setAttribute(Qt::WA_ShowWithoutActivating);
+        m_window->show();
+        m_window->setAttribute(Qt::WA_ShowWithoutActivating, false);
     }
     return true;
 }
@@ -155,41 +157,28 @@ void TavoApplication::activateSignedInProfile()
 {
     m_db->activateProfile(m_accounts->currentUsername(), m_accounts->legacyEmailToMigrate());
     m_db->watchForChanges();
+    m_window->shortcutList()->refreshVisibleClips();
+    // After the first refresh: the list follows the seeds in as they come.
+    seedDefaultShortcuts(*m_db, QStringLiteral("tavo"), QCoreApplication::applicationFilePath());
 }
 
-void TavoApplication::refreshAccount()
+void TavoApplication::showMainWindow()
 {
-    if (m_accounts->isAuthenticated()) {
-        m_status->setAccount(QStringLiteral("Signed in as ") + m_accounts->currentUsername() + QStringLiteral(" · ") +
-                             QString::number(m_db->clips().size()) + QStringLiteral(" shortcuts"));
-    } else {
-        m_status->setAccount(
-            QStringLiteral("Signed out. Sign in with: tavoctl account signin NAME (the password on standard input)."));
-    }
-}
-
-void TavoApplication::showStatusWindow()
-{
-    refreshAccount();
-    m_status->show();
-    m_status->raise();
-    m_status->activateWindow();
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
 }
 
 void TavoApplication::showNotice(const QString& text)
 {
     qCInfo(lcShell).noquote() << "notice:" << text;
-    m_status->setNotice(text);
-    if (m_tray) {
-        m_tray->showMessage(QStringLiteral("Tavo"), text, QSystemTrayIcon::Information, 3000);
-    }
+    m_window->setNotice(text);
 }
 
 void TavoApplication::setPaused(bool paused)
 {
     m_delegate->setPaused(paused);
-    m_status->setKeyboardState(paused ? QStringLiteral("Expansion is paused.")
-                                      : QStringLiteral("Following your typing in every application."));
+    showNotice(paused ? QStringLiteral("Expansion is paused.") : QStringLiteral("Expansion is on again."));
 }
 
 } // namespace tavo

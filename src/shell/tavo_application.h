@@ -18,7 +18,7 @@ class ExpansionRunner;
 class LibsecretStore;
 class QtPasteboard;
 class QuillAppDelegate;
-class StatusWindow;
+class MainWindow;
 class TavoAccountStore;
 class X11Desktop;
 class X11KeyboardTap;
@@ -38,12 +38,11 @@ public:
     bool start();
     int exitCode() const { return m_exitCode; }
 
-    void showStatusWindow();
+    void showMainWindow();
 
 private:
     bool claimSingleInstance();
     void activateSignedInProfile();
-    void refreshAccount();
     void showNotice(const QString& text);
     void setPaused(bool paused);
 
@@ -60,7 +59,7 @@ private:
     std::unique_ptr<QtPasteboard> m_pasteboard;
     std::unique_ptr<QuillAppDelegate> m_delegate;
     std::unique_ptr<ExpansionRunner> m_runner;
-    std::unique_ptr<StatusWindow> m_status;
+    std::unique_ptr<MainWindow> m_window;
     QPointer<QSystemTrayIcon> m_tray;
     QAction* m_pauseAction = nullptr;
 };

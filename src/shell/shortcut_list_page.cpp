@@ -1,0 +1,242 @@
+#include "shell/shortcut_list_page.h"
+
+#include "store/collections.h"
+#include "store/profile_store.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QShortcut>
+#include <QTableWidget>
+#include <QVBoxLayout>
+#include <QtConcurrent>
+
+namespace tavo {
+
+namespace {
+
+QString preview(const Clip& clip)
+{
+    if (clip.webURL) {
+        return *clip.webURL;
+    }
+    QString text = clip.text.simplified();
+    if (text.isEmpty() && !clip.files.isEmpty()) {
+        text = clip.files.size() == 1 ? QStringLiteral("1 media file")
+                                      : QStringLiteral("%1 media files").arg(clip.files.size());
+    }
+    return text.left(120);
+}
+
+} // namespace
+
+ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
+    : QWidget(parent)
+    , m_db(db)
+    , m_title(new QLabel(this))
+    , m_collection(new QComboBox(this))
+    , m_showHidden(new QCheckBox(QStringLiteral("Show hidden"), this))
+    , m_table(new QTableWidget(this))
+    , m_previous(new QPushButton(QStringLiteral("‹ Previous"), this))
+    , m_next(new QPushButton(QStringLiteral("Next ›"), this))
+    , m_pageLabel(new QLabel(this))
+    , m_deleteSelected(new QPushButton(QStringLiteral("Delete selected"), this))
+{
+    m_collection->setObjectName(QStringLiteral("collectionFilter"));
+    m_table->setObjectName(QStringLiteral("shortcuts"));
+    m_previous->setObjectName(QStringLiteral("previousPage"));
+    m_next->setObjectName(QStringLiteral("nextPage"));
+    m_pageLabel->setObjectName(QStringLiteral("pageLabel"));
+    m_deleteSelected->setObjectName(QStringLiteral("deleteSelected"));
+
+    m_table->setColumnCount(4);
+    m_table->setHorizontalHeaderLabels(
+        {QStringLiteral("Key"), QStringLiteral("Name"), QStringLiteral("Collection"), QStringLiteral("Expands to")});
+    m_table->horizontalHeader()->setStretchLastSection(true);
+    m_table->verticalHeader()->hide();
+    m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_table->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_table->setAlternatingRowColors(true);
+    auto* deleteKey = new QShortcut(QKeySequence::Delete, m_table);
+    connect(deleteKey, &QShortcut::activated, this, &ShortcutListPage::deleteSelected);
+
+    auto* filters = new QHBoxLayout;
+    filters->addWidget(m_collection);
+    filters->addWidget(m_showHidden);
+    filters->addStretch();
+    filters->addWidget(m_deleteSelected);
+    auto* pages = new QHBoxLayout;
+    pages->addWidget(m_previous);
+    pages->addStretch();
+    pages->addWidget(m_pageLabel);
+    pages->addStretch();
+    pages->addWidget(m_next);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addLayout(filters);
+    layout->addWidget(m_table);
+    layout->addLayout(pages);
+
+    const auto refillCollections = [this] {
+        const QString chosen = m_collection->currentText();
+        const QSignalBlocker blocker(m_collection);
+        m_collection->clear();
+        m_collection->addItem(allCollectionsName);
+        m_collection->addItems(m_db.collections());
+        m_collection->setCurrentIndex(qMax(0, m_collection->findText(chosen)));
+    };
+    refillCollections();
+    connect(&m_db, &DB::collectionsChanged, this, refillCollections);
+    connect(&m_db, &DB::clipsChanged, this, &ShortcutListPage::refreshVisibleClips);
+    connect(&m_db, &DB::hiddenCollectionsChanged, this, &ShortcutListPage::refreshVisibleClips);
+    connect(m_collection, &QComboBox::currentTextChanged, this, [this] {
+        m_page = 0;
+        refreshVisibleClips();
+    });
+    connect(m_showHidden, &QCheckBox::toggled, this, &ShortcutListPage::refreshVisibleClips);
+    connect(m_previous, &QPushButton::clicked, this, [this] { setCurrentPage(m_page - 1); });
+    connect(m_next, &QPushButton::clicked, this, [this] { setCurrentPage(m_page + 1); });
+    connect(m_deleteSelected, &QPushButton::clicked, this, &ShortcutListPage::deleteSelected);
+    connect(m_table, &QTableWidget::itemSelectionChanged, this,
+            [this] { m_deleteSelected->setEnabled(!m_table->selectedItems().isEmpty()); });
+    connect(m_table, &QTableWidget::cellDoubleClicked, this, [this](int row) {
+        const QList<Clip> paged = pagedClips();
+        if (row >= 0 && row < paged.size()) {
+            emit editRequested(paged.at(row));
+        }
+    });
+    connect(&m_watcher, &QFutureWatcher<std::pair<quint64, QList<Clip>>>::finished, this, [this] {
+        auto [generation, clips] = m_watcher.result();
+        if (generation != m_generation) {
+            return; // a newer run is on its way
+        }
+        m_filtering = false;
+        m_cache = std::move(clips);
+        m_page = qBound(0, m_page, pageCount() - 1);
+        showPage();
+        emit filtered();
+    });
+    m_deleteSelected->setEnabled(false);
+}
+
+void ShortcutListPage::setSection(const QString& section)
+{
+    if (section == m_section) {
+        return;
+    }
+    m_section = section;
+    m_page = 0;
+    refreshVisibleClips();
+}
+
+void ShortcutListPage::refreshVisibleClips()
+{
+    const quint64 generation = ++m_generation;
+    m_filtering = true;
+    // Copies share the lists: the worker reads them while the store may change its own.
+    const QList<Clip> clips = m_db.clips();
+    const QStringList hidden = m_db.hiddenCollections();
+    const QString section = m_section;
+    const QString collection = m_collection->currentText().isEmpty() ? allCollectionsName : m_collection->currentText();
+    const bool includeHidden = m_showHidden->isChecked();
+    if (m_watcher.isRunning()) {
+        // Its result will be dropped; the next run starts once the watcher is free.
+        connect(
+            &m_watcher, &QFutureWatcher<std::pair<quint64, QList<Clip>>>::finished, this,
+            [this, generation] {
+                if (generation == m_generation) {
+                    refreshVisibleClips();
+                }
+            },
+            Qt::SingleShotConnection);
+        return;
+    }
+    m_watcher.setFuture(QtConcurrent::run([=] {
+        return std::pair{generation, filterShortcutClips(clips, hidden, QString(), section, collection, includeHidden)};
+    }));
+}
+
+QList<Clip> ShortcutListPage::pagedClips() const
+{
+    return m_cache.mid(qsizetype(m_page) * pageSize, pageSize);
+}
+
+int ShortcutListPage::pageCount() const
+{
+    return qMax(1, int((m_cache.size() + pageSize - 1) / pageSize));
+}
+
+void ShortcutListPage::setCurrentPage(int page)
+{
+    const int bounded = qBound(0, page, pageCount() - 1);
+    if (bounded != m_page) {
+        m_page = bounded;
+        showPage();
+    }
+}
+
+void ShortcutListPage::showPage()
+{
+    const QList<Clip> paged = pagedClips();
+    m_table->setRowCount(int(paged.size()));
+    for (int row = 0; row < paged.size(); ++row) {
+        const Clip& clip = paged.at(row);
+        const QStringList cells = {displayTrigger(clip.key), clip.name, clip.group, preview(clip)};
+        for (int column = 0; column < cells.size(); ++column) {
+            m_table->setItem(row, column, new QTableWidgetItem(cells.at(column)));
+        }
+    }
+    m_table->resizeColumnToContents(0);
+    m_pageLabel->setText(
+        QStringLiteral("Page %1 of %2 · %3 shortcuts").arg(m_page + 1).arg(pageCount()).arg(m_cache.size()));
+    m_previous->setEnabled(m_page > 0);
+    m_next->setEnabled(m_page + 1 < pageCount());
+}
+
+QList<Clip> ShortcutListPage::selectedClips() const
+{
+    const QList<Clip> paged = pagedClips();
+    QList<Clip> selected;
+    for (const QModelIndex& index : m_table->selectionModel()->selectedRows()) {
+        if (index.row() < paged.size()) {
+            selected << paged.at(index.row());
+        }
+    }
+    return selected;
+}
+
+void ShortcutListPage::deleteSelected()
+{
+    const QList<Clip> selected = selectedClips();
+    if (selected.isEmpty()) {
+        return;
+    }
+    const QString question = selected.size() == 1
+                                 ? QStringLiteral("Delete %1?").arg(displayTrigger(selected.first().key))
+                                 : QStringLiteral("Delete selected shortcuts?");
+    if (QMessageBox::question(this, QStringLiteral("Delete"), question) != QMessageBox::Yes) {
+        return;
+    }
+    QSet<QUuid> ids;
+    for (const Clip& clip : selected) {
+        ids.insert(clip.id);
+    }
+    deleteClips(ids);
+}
+
+void ShortcutListPage::deleteClips(const QSet<QUuid>& ids)
+{
+    QList<Clip> clips = m_db.clips();
+    clips.removeIf([&](const Clip& clip) { return ids.contains(clip.id); });
+    m_db.setClips(std::move(clips));
+    m_db.save();
+    emit noticeRequested(ids.size() == 1 ? QStringLiteral("Shortcut deleted.")
+                                         : QStringLiteral("%1 shortcuts deleted.").arg(ids.size()));
+}
+
+} // namespace tavo
