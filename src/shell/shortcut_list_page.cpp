@@ -141,8 +141,9 @@ void ShortcutListPage::refreshVisibleClips()
     // Copies share the lists: the worker reads them while the store may change its own.
     const QList<Clip> clips = m_db.clips();
     const QStringList hidden = m_db.hiddenCollections();
-    const QString section = m_section;
     const QString collection = m_collection->currentText().isEmpty() ? allCollectionsName : m_collection->currentText();
+    // "My shortcuts" is the library through the collection filter: the filter names the section.
+    const QString section = m_section == QLatin1String("My shortcuts") ? collection : m_section;
     const bool includeHidden = m_showHidden->isChecked();
     if (m_watcher.isRunning()) {
         // Its result will be dropped; the next run starts once the watcher is free.

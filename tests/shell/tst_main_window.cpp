@@ -1,0 +1,279 @@
+#include "platform/secret/libsecret_store.h"
+#include "shell/main_window.h"
+#include "shell/registration_view.h"
+#include "shell/shortcut_editor.h"
+#include "shell/shortcut_list_page.h"
+#include "store/accounts.h"
+#include "store/defaults.h"
+#include "store/key_store.h"
+#include "store/profile_store.h"
+
+#include <QCheckBox>
+#include <QClipboard>
+#include <QComboBox>
+#include <QImage>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QTableWidget>
+#include <QtTest>
+
+using namespace tavo;
+
+class TestMainWindow : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void registration_data();
+    void registration();
+    void editorSavesByItsRules_data();
+    void editorSavesByItsRules();
+    void pagesOfFifty();
+    void quickAddFromTheClipboard();
+
+private:
+    template<typename T>
+    T* find(QWidget* parent, const char* name)
+    {
+        auto* found = parent->findChild<T*>(QString::fromLatin1(name));
+        if (!found) {
+            qFatal("no widget named %s", name);
+        }
+        return found;
+    }
+    void submit(bool creating, const QString& username, const QString& password, const QString& confirmation);
+
+    LibsecretStore m_keyring;
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<Defaults> m_defaults;
+    std::unique_ptr<DB> m_db;
+    std::unique_ptr<TavoAccountStore> m_accounts;
+    std::unique_ptr<MainWindow> m_window;
+};
+
+void TestMainWindow::initTestCase()
+{
+    KeyStore::setBackend(&m_keyring);
+    // One account that exists before every test.
+    Defaults defaults(QDir::home().filePath(QStringLiteral("defaults-setup.json")));
+    TavoAccountStore accounts(defaults);
+    QVERIFY(accounts.registerAccount(QStringLiteral("existing"), QStringLiteral("long enough")));
+}
+
+void TestMainWindow::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_defaults = std::make_unique<Defaults>(m_dir->filePath(QStringLiteral("defaults.json")));
+    m_db = std::make_unique<DB>(*m_defaults, m_dir->filePath(QStringLiteral("Tavo")));
+    m_accounts = std::make_unique<TavoAccountStore>(*m_defaults);
+    m_window = std::make_unique<MainWindow>(*m_db, *m_accounts, *m_defaults);
+    m_window->show();
+}
+
+void TestMainWindow::cleanup()
+{
+    m_window.reset();
+    m_accounts.reset();
+    m_db.reset();
+}
+
+void TestMainWindow::submit(bool creating, const QString& username, const QString& password,
+                            const QString& confirmation)
+{
+    RegistrationView* view = m_window->registration();
+    if (view->isCreating() != creating) {
+        QTest::mouseClick(find<QPushButton>(view, "switchMode"), Qt::LeftButton);
+    }
+    QTest::keyClicks(find<QLineEdit>(view, "username"), username);
+    QTest::keyClicks(find<QLineEdit>(view, "password"), password);
+    QTest::keyClicks(find<QLineEdit>(view, "confirmPassword"), confirmation);
+    QTest::mouseClick(find<QPushButton>(view, "submit"), Qt::LeftButton);
+}
+
+void TestMainWindow::registration_data()
+{
+    QTest::addColumn<bool>("creating");
+    QTest::addColumn<QString>("username");
+    QTest::addColumn<QString>("password");
+    QTest::addColumn<QString>("confirmation");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("signedIn");
+    QTest::newRow("a password of seven") << true << "robin"
+                                         << "1234567"
+                                         << "1234567" << AccountText::passwordTooShort << false;
+    QTest::newRow("a confirmation that differs") << true << "robin"
+                                                 << "long enough"
+                                                 << "long enougj" << AccountText::passwordsDiffer << false;
+    QTest::newRow("a username too short") << true << "r"
+                                          << "long enough"
+                                          << "long enough" << AccountText::invalidUsername << false;
+    QTest::newRow("a username already here") << true << "Existing"
+                                             << "long enough"
+                                             << "long enough" << AccountText::usernameTaken << false;
+    QTest::newRow("a wrong password") << false << "existing"
+                                      << "not the one" << QString() << AccountText::wrongCredentials << false;
+    QTest::newRow("the right password") << false << "existing"
+                                        << "long enough" << QString()
+                                        << AccountText::welcomeBack(QStringLiteral("existing")) << true;
+    QTest::newRow("a new account") << true << "robin"
+                                   << "long enough"
+                                   << "long enough" << AccountText::accountReady << true;
+}
+
+void TestMainWindow::registration()
+{
+    QFETCH(bool, creating);
+    QFETCH(QString, username);
+    QFETCH(QString, password);
+    QFETCH(QString, confirmation);
+    QFETCH(QString, message);
+    QFETCH(bool, signedIn);
+    RegistrationView* view = m_window->registration();
+    QVERIFY(view->isVisible());
+    submit(creating, username, password, confirmation);
+    QCOMPARE(find<QLabel>(view, "message")->text(), message);
+    QCOMPARE(m_accounts->isAuthenticated(), signedIn);
+    // Signed in, the workspace takes the registration screen's place.
+    QCOMPARE(view->isVisible(), !signedIn);
+    QCOMPARE(find<QListWidget>(m_window.get(), "sideMenu")->isVisible(), signedIn);
+    if (signedIn) {
+        QVERIFY(find<QLineEdit>(view, "password")->text().isEmpty());
+    }
+}
+
+void TestMainWindow::editorSavesByItsRules_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("collection");
+    QTest::addColumn<QString>("savedKey");
+    QTest::addColumn<QString>("savedName");
+    QTest::addColumn<QString>("savedGroup");
+    QTest::newRow("the collection gives its suffix") << "\\Thanks.WEB"
+                                                     << "Thanks"
+                                                     << "Websites & URLs"
+                                                     << "/Thanks.web"
+                                                     << "Thanks"
+                                                     << "Websites & URLs";
+    QTest::newRow("another collection takes it off") << "/zoom.app"
+                                                     << "Zoom"
+                                                     << "Personal"
+                                                     << "/zoom"
+                                                     << "Zoom"
+                                                     << "Personal";
+    QTest::newRow("no collection: Imported") << "abc"
+                                             << "  Abc  " << QString() << "/abc"
+                                             << "Abc"
+                                             << "Imported";
+    QTest::newRow("no name: the key") << "\\sig"
+                                      << " "
+                                      << "Work"
+                                      << "/sig"
+                                      << "/sig"
+                                      << "Work";
+}
+
+void TestMainWindow::editorSavesByItsRules()
+{
+    QFETCH(QString, key);
+    QFETCH(QString, name);
+    QFETCH(QString, collection);
+    QFETCH(QString, savedKey);
+    QFETCH(QString, savedName);
+    QFETCH(QString, savedGroup);
+    m_db->activateProfile(QStringLiteral("sam"));
+    m_db->setClips({});
+    m_db->setCollections({QStringLiteral("Personal"), QStringLiteral("Work"), QStringLiteral("Websites & URLs")});
+
+    ShortcutEditor editor(*m_db, std::nullopt, QString());
+    QTest::keyClicks(find<QLineEdit>(&editor, "key"), key);
+    QTest::keyClicks(find<QLineEdit>(&editor, "name"), name);
+    QTest::keyClicks(find<QPlainTextEdit>(&editor, "text"), QStringLiteral("Some text"));
+    auto* group = find<QComboBox>(&editor, "group");
+    group->setCurrentIndex(qMax(0, group->findText(collection)));
+    editor.accept();
+    QCOMPARE(m_db->clips().size(), 1);
+    const Clip saved = m_db->clips().first();
+    QCOMPARE(saved.key, savedKey);
+    QCOMPARE(saved.name, savedName);
+    QCOMPARE(saved.group, savedGroup);
+
+    // Editing keeps the record's identity.
+    ShortcutEditor again(*m_db, saved, QString());
+    find<QLineEdit>(&again, "name")->setText(QStringLiteral("Renamed"));
+    again.accept();
+    QCOMPARE(m_db->clips().size(), 1);
+    QCOMPARE(m_db->clips().first().id, saved.id);
+    QCOMPARE(m_db->clips().first().name, QStringLiteral("Renamed"));
+}
+
+void TestMainWindow::pagesOfFifty()
+{
+    QVERIFY(m_accounts->registerAccount(QStringLiteral("pager"), QStringLiteral("long enough")));
+    m_db->activateProfile(QStringLiteral("pager"));
+    QList<Clip> clips;
+    for (int i = 0; i < 120; ++i) {
+        Clip clip;
+        clip.key = QStringLiteral("/key%1").arg(i);
+        clip.name = QStringLiteral("Shortcut %1").arg(i);
+        clip.text = QStringLiteral("Text %1").arg(i);
+        clip.group = QStringLiteral("Personal");
+        clips << clip;
+    }
+    m_db->setClips(clips);
+    m_window->setSection(QStringLiteral("My shortcuts"));
+    ShortcutListPage* list = m_window->shortcutList();
+    QTRY_VERIFY(!list->isFiltering());
+    QTRY_COMPARE(list->visibleClips().size(), 120);
+
+    auto* table = find<QTableWidget>(list, "shortcuts");
+    auto* next = find<QPushButton>(list, "nextPage");
+    auto* label = find<QLabel>(list, "pageLabel");
+    QCOMPARE(table->rowCount(), 50);
+    QCOMPARE(label->text(), QStringLiteral("Page 1 of 3 · 120 shortcuts"));
+    QTest::mouseClick(next, Qt::LeftButton);
+    QTest::mouseClick(next, Qt::LeftButton);
+    QCOMPARE(table->rowCount(), 20);
+    QCOMPARE(table->item(0, 1)->text(), list->visibleClips().at(100).name);
+    QVERIFY(!next->isEnabled());
+    QCOMPARE(label->text(), QStringLiteral("Page 3 of 3 · 120 shortcuts"));
+
+    // Deleting from the last page keeps the list consistent: it refilters and stays in range.
+    m_db->setClips(clips.mid(0, 60));
+    QTRY_COMPARE(list->visibleClips().size(), 60);
+    QCOMPARE(list->currentPage(), 1);
+    QCOMPARE(table->rowCount(), 10);
+}
+
+void TestMainWindow::quickAddFromTheClipboard()
+{
+    m_db->activateProfile(QStringLiteral("sam"));
+    const qsizetype before = m_db->clips().size();
+    QApplication::clipboard()->clear();
+    m_window->addClipboardShortcut();
+    QCOMPARE(m_window->notice(), QStringLiteral("Copy some text, an image, or a file first."));
+
+    QImage image(40, 30, QImage::Format_RGB32);
+    image.fill(Qt::darkCyan);
+    QApplication::clipboard()->setImage(image);
+    m_window->addClipboardShortcut();
+    auto* editor = m_window->findChild<ShortcutEditor*>();
+    QVERIFY(editor);
+    const Clip draft = editor->builtClip();
+    QCOMPARE(draft.files.size(), 1);
+    QVERIFY(draft.files.first().startsWith(m_db->attachmentsDir()));
+    QVERIFY(draft.files.first().endsWith(QStringLiteral("-clipboard-image.png")));
+    QCOMPARE(QImage(draft.files.first()).size(), image.size());
+    QVERIFY(draft.text.isEmpty());
+    QCOMPARE(m_db->clips().size(), before); // a draft saves nothing by itself
+}
+
+QTEST_MAIN(TestMainWindow)
+#include "tst_main_window.moc"
