@@ -1,0 +1,130 @@
+#include <QDirIterator>
+#include <QPlainTextEdit>
+#include <QProcess>
+#include <QtTest>
+
+// A new user's first minutes: Tavo starts on a machine that has never seen it, asks for an
+// account, seeds the profile, and a seeded website shortcut works in another program.
+class TestFirstStart : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void registrationComesFirst();
+    void aSeededWebsiteOpens();
+
+private:
+    static void xdotool(const QStringList& arguments);
+    static QString seededClips();
+
+    QProcess m_tavo;
+    QByteArray m_tavoLog;
+    QString m_openedLog;
+};
+
+void TestFirstStart::xdotool(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral("xdotool"), arguments);
+    QVERIFY(process.waitForFinished(30000));
+}
+
+QString TestFirstStart::seededClips()
+{
+    QDirIterator files(QDir::homePath(), {QStringLiteral("clips.json")}, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        QFile file(files.next());
+        if (file.open(QIODevice::ReadOnly)) {
+            const QString text = QString::fromUtf8(file.readAll());
+            if (text.contains(QLatin1String("/google.web"))) {
+                return text;
+            }
+        }
+    }
+    return {};
+}
+
+void TestFirstStart::initTestCase()
+{
+    // The desktop's URL handler, standing in for a browser: it notes what it was asked to open.
+    const QString bin = QDir::home().filePath(QStringLiteral("bin"));
+    QVERIFY(QDir().mkpath(bin));
+    m_openedLog = QDir::home().filePath(QStringLiteral("opened.txt"));
+    QFile handler(bin + QStringLiteral("/xdg-open"));
+    QVERIFY(handler.open(QIODevice::WriteOnly));
+    handler.write(QStringLiteral("#!/bin/sh\nprintf '%s\\n' \"$1\" >> '%1'\n").arg(m_openedLog).toUtf8());
+    handler.close();
+    handler.setPermissions(handler.permissions() | QFile::ExeOwner);
+
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("PATH"), bin + u':' + env.value(QStringLiteral("PATH")));
+    env.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("tavo.*.info=true"));
+    m_tavo.setProcessEnvironment(env);
+    m_tavo.setProcessChannelMode(QProcess::MergedChannels);
+    connect(&m_tavo, &QProcess::readyRead, this, [this] { m_tavoLog += m_tavo.readAll(); });
+    m_tavo.start(QStringLiteral(TAVO_PATH));
+    QVERIFY(m_tavo.waitForStarted());
+}
+
+void TestFirstStart::cleanupTestCase()
+{
+    m_tavo.terminate();
+    if (!m_tavo.waitForFinished(5000)) {
+        m_tavo.kill();
+    }
+    QFile log(QDir::home().filePath(QStringLiteral("tavo.log")));
+    if (log.open(QIODevice::WriteOnly)) {
+        log.write(m_tavoLog);
+    }
+}
+
+void TestFirstStart::registrationComesFirst()
+{
+    // The window opens on the registration screen with the username field ready for typing.
+    QTRY_VERIFY_WITH_TIMEOUT(m_tavoLog.contains("keyboard tap running"), 15000);
+    QProcess search;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            search.start(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                                     QStringLiteral("--name"), QStringLiteral("^Tavo$")});
+            return search.waitForFinished(5000) && search.exitCode() == 0;
+        }(),
+        10000);
+    QTest::qWait(300);
+    xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("15"), QStringLiteral("robin")});
+    xdotool({QStringLiteral("key"), QStringLiteral("Tab")});
+    xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("15"), QStringLiteral("long enough")});
+    xdotool({QStringLiteral("key"), QStringLiteral("Tab")});
+    xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("15"), QStringLiteral("long enough")});
+    xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+
+    // The new profile holds the seeds: websites, AI engines, portraits and the key to Tavo.
+    QTRY_VERIFY_WITH_TIMEOUT(!seededClips().isEmpty(), 15000);
+    const QString clips = seededClips();
+    for (const char* key : {"/google.web", "/chatgpt.ai", "/einstein.media", "/ez"}) {
+        QVERIFY2(clips.contains(QLatin1String(key)), key);
+    }
+}
+
+void TestFirstStart::aSeededWebsiteOpens()
+{
+    QPlainTextEdit editor;
+    editor.setWindowTitle(QStringLiteral("Target"));
+    editor.resize(500, 200);
+    editor.show();
+    editor.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&editor));
+    xdotool(
+        {QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("12"), QStringLiteral("go \\google.web ")});
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_openedLog), 5000);
+    QFile opened(m_openedLog);
+    QVERIFY(opened.open(QIODevice::ReadOnly));
+    QCOMPARE(QString::fromUtf8(opened.readAll()).trimmed(), QStringLiteral("https://www.google.com/"));
+    // The trigger and its space are gone from the window; what came before stays.
+    QTRY_COMPARE_WITH_TIMEOUT(editor.toPlainText(), QStringLiteral("go "), 5000);
+}
+
+QTEST_MAIN(TestFirstStart)
+#include "tst_first_start_e2e.moc"
