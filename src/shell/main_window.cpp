@@ -7,6 +7,7 @@
 #include "store/defaults.h"
 #include "store/profile_store.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
@@ -117,7 +118,9 @@ QWidget* MainWindow::buildWorkspace()
     quickAdd->setPopupMode(QToolButton::InstantPopup);
     auto* menu = new QMenu(quickAdd);
     menu->addAction(QStringLiteral("From clipboard"), this, &MainWindow::addClipboardShortcut);
-    menu->addAction(QStringLiteral("New shortcut"), this, [this] { newShortcut(); });
+    QAction* newAction = menu->addAction(QStringLiteral("New shortcut"), this, [this] { newShortcut(); });
+    newAction->setShortcut(QKeySequence::New);
+    addAction(newAction); // Ctrl+N works with the menu closed
     for (const QString& later :
          {QStringLiteral("Paste many"), QStringLiteral("Bulk media"), QStringLiteral("Crop Screen")}) {
         menu->addAction(later)->setEnabled(false); // their tools come later

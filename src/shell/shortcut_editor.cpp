@@ -132,6 +132,7 @@ ShortcutEditor::ShortcutEditor(DB& db, const std::optional<Clip>& chosen, const 
     m_key->setPlaceholderText(QStringLiteral("\\thanks"));
     m_url->setPlaceholderText(QStringLiteral("https://"));
     m_text->setPlaceholderText(QStringLiteral("The text to paste. Live tokens such as {{date}} are filled in."));
+    m_text->setTabChangesFocus(true); // Tab moves on through the form, as in every other field
     m_problem->setStyleSheet(QStringLiteral("color: #b3261e;"));
 
     m_group->addItem(QString()); // none chosen: saved as "Imported"

@@ -14,6 +14,7 @@ private slots:
     void cleanupTestCase();
     void registrationComesFirst();
     void aSeededWebsiteOpens();
+    void aNewShortcutExpandsAtOnce();
 
 private:
     static void xdotool(const QStringList& arguments);
@@ -124,6 +125,38 @@ void TestFirstStart::aSeededWebsiteOpens()
     QCOMPARE(QString::fromUtf8(opened.readAll()).trimmed(), QStringLiteral("https://www.google.com/"));
     // The trigger and its space are gone from the window; what came before stays.
     QTRY_COMPARE_WITH_TIMEOUT(editor.toPlainText(), QStringLiteral("go "), 5000);
+}
+
+void TestFirstStart::aNewShortcutExpandsAtOnce()
+{
+    // Made in Tavo's own editor, by keyboard as a person would.
+    QProcess search;
+    search.start(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                             QStringLiteral("--name"), QStringLiteral("^Tavo$")});
+    QVERIFY(search.waitForFinished(5000));
+    const QString window = QString::fromLatin1(search.readAllStandardOutput()).split(u'\n').first().trimmed();
+    QVERIFY(!window.isEmpty());
+    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), window});
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+n")});
+    QTest::qWait(500);
+    for (const QString& field :
+         {QStringLiteral("\\brb"), QStringLiteral("Be right back"), QStringLiteral("Back in five minutes.")}) {
+        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("12"), field});
+        xdotool({QStringLiteral("key"), QStringLiteral("Tab")});
+    }
+    // A picture of the editor, kept with the test's files for a look.
+    QProcess::execute(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"),
+                                                 QDir::home().filePath(QStringLiteral("editor.png"))});
+    xdotool({QStringLiteral("key"), QStringLiteral("Return")}); // in the website field: Save
+    QTRY_VERIFY_WITH_TIMEOUT(seededClips().contains(QLatin1String("Back in five minutes.")), 5000);
+
+    QPlainTextEdit editor;
+    editor.setWindowTitle(QStringLiteral("Target"));
+    editor.show();
+    editor.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&editor));
+    xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("12"), QStringLiteral("\\brb ")});
+    QTRY_COMPARE_WITH_TIMEOUT(editor.toPlainText(), QStringLiteral("Back in five minutes. "), 5000);
 }
 
 QTEST_MAIN(TestFirstStart)
