@@ -1,13 +1,17 @@
 #include "shell/shortcut_list_page.h"
 
+#include "store/collection_rules.h"
 #include "store/collections.h"
 #include "store/profile_store.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDialog>
+#include <QDialogButtonBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QShortcut>
@@ -45,7 +49,9 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     , m_next(new QPushButton(QStringLiteral("Next ›"), this))
     , m_pageLabel(new QLabel(this))
     , m_deleteSelected(new QPushButton(QStringLiteral("Delete selected"), this))
+    , m_moveSelected(new QPushButton(QStringLiteral("Move…"), this))
 {
+    m_moveSelected->setObjectName(QStringLiteral("moveSelected"));
     m_collection->setObjectName(QStringLiteral("collectionFilter"));
     m_table->setObjectName(QStringLiteral("shortcuts"));
     m_previous->setObjectName(QStringLiteral("previousPage"));
@@ -69,6 +75,7 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     filters->addWidget(m_collection);
     filters->addWidget(m_showHidden);
     filters->addStretch();
+    filters->addWidget(m_moveSelected);
     filters->addWidget(m_deleteSelected);
     auto* pages = new QHBoxLayout;
     pages->addWidget(m_previous);
@@ -102,8 +109,11 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     connect(m_previous, &QPushButton::clicked, this, [this] { setCurrentPage(m_page - 1); });
     connect(m_next, &QPushButton::clicked, this, [this] { setCurrentPage(m_page + 1); });
     connect(m_deleteSelected, &QPushButton::clicked, this, &ShortcutListPage::deleteSelected);
-    connect(m_table, &QTableWidget::itemSelectionChanged, this,
-            [this] { m_deleteSelected->setEnabled(!m_table->selectedItems().isEmpty()); });
+    connect(m_table, &QTableWidget::itemSelectionChanged, this, [this] {
+        m_deleteSelected->setEnabled(!m_table->selectedItems().isEmpty());
+        m_moveSelected->setEnabled(!m_table->selectedItems().isEmpty());
+    });
+    connect(m_moveSelected, &QPushButton::clicked, this, &ShortcutListPage::moveSelected);
     connect(m_table, &QTableWidget::cellDoubleClicked, this, [this](int row) {
         const QList<Clip> paged = pagedClips();
         if (row >= 0 && row < paged.size()) {
@@ -122,6 +132,7 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
         emit filtered();
     });
     m_deleteSelected->setEnabled(false);
+    m_moveSelected->setEnabled(false);
 }
 
 void ShortcutListPage::setSection(const QString& section)
@@ -217,10 +228,13 @@ void ShortcutListPage::deleteSelected()
     if (selected.isEmpty()) {
         return;
     }
-    const QString question = selected.size() == 1
-                                 ? QStringLiteral("Delete %1?").arg(displayTrigger(selected.first().key))
-                                 : QStringLiteral("Delete selected shortcuts?");
-    if (QMessageBox::question(this, QStringLiteral("Delete"), question) != QMessageBox::Yes) {
+    QMessageBox confirm(QMessageBox::Question, QStringLiteral("Delete"),
+                        selected.size() == 1 ? deleteShortcutQuestion : deleteSelectedShortcutsQuestion,
+                        QMessageBox::Yes | QMessageBox::Cancel, this);
+    if (selected.size() == 1) {
+        confirm.setInformativeText(deleteShortcutDetail(displayTrigger(selected.first().key)));
+    }
+    if (confirm.exec() != QMessageBox::Yes) {
         return;
     }
     QSet<QUuid> ids;
@@ -228,6 +242,53 @@ void ShortcutListPage::deleteSelected()
         ids.insert(clip.id);
     }
     deleteClips(ids);
+}
+
+void ShortcutListPage::moveSelected()
+{
+    const QList<Clip> selected = selectedClips();
+    if (selected.isEmpty()) {
+        return;
+    }
+    QDialog sheet(this);
+    sheet.setWindowTitle(QStringLiteral("Move shortcuts"));
+    auto* mode = new QComboBox(&sheet);
+    for (const BulkAssignmentMode each : {BulkAssignmentMode::Move, BulkAssignmentMode::AddTo}) {
+        mode->addItem(bulkAssignmentModeText(each), int(each));
+    }
+    auto* names = new QListWidget(&sheet);
+    for (const QString& collection : m_db.collections()) {
+        auto* item = new QListWidgetItem(collection, names);
+        item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
+        item->setCheckState(Qt::Unchecked);
+    }
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &sheet);
+    connect(buttons, &QDialogButtonBox::accepted, &sheet, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, &sheet, &QDialog::reject);
+    auto* layout = new QVBoxLayout(&sheet);
+    layout->addWidget(new QLabel(QStringLiteral("%1 selected").arg(selected.size()), &sheet));
+    layout->addWidget(mode);
+    layout->addWidget(names);
+    layout->addWidget(buttons);
+    if (sheet.exec() != QDialog::Accepted) {
+        return;
+    }
+    QStringList chosen;
+    for (int row = 0; row < names->count(); ++row) {
+        if (names->item(row)->checkState() == Qt::Checked) {
+            chosen << names->item(row)->text();
+        }
+    }
+    QSet<QUuid> ids;
+    for (const Clip& clip : selected) {
+        ids.insert(clip.id);
+    }
+    QList<Clip> clips = m_db.clips();
+    if (applyBulkCollectionChange(clips, ids, BulkAssignmentMode(mode->currentData().toInt()), chosen) > 0) {
+        m_db.setClips(std::move(clips));
+        m_db.save();
+        emit noticeRequested(movedShortcutsMessage(chosen));
+    }
 }
 
 void ShortcutListPage::deleteClips(const QSet<QUuid>& ids)

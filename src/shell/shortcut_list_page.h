@@ -42,6 +42,8 @@ public:
 
     // Asks, then deletes; the texts are the confirmations of the list.
     void deleteSelected();
+    // Moves the selection to chosen collections, or adds them, through a small sheet.
+    void moveSelected();
     QList<Clip> selectedClips() const;
 
 signals:
@@ -69,6 +71,7 @@ private:
     QPushButton* m_next;
     QLabel* m_pageLabel;
     QPushButton* m_deleteSelected;
+    QPushButton* m_moveSelected;
 };
 
 } // namespace tavo

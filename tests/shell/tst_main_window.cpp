@@ -15,6 +15,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -37,6 +38,7 @@ private slots:
     void editorSavesByItsRules();
     void pagesOfFifty();
     void quickAddFromTheClipboard();
+    void deletingAsksFirst();
 
 private:
     template<typename T>
@@ -273,6 +275,41 @@ void TestMainWindow::quickAddFromTheClipboard()
     QCOMPARE(QImage(draft.files.first()).size(), image.size());
     QVERIFY(draft.text.isEmpty());
     QCOMPARE(m_db->clips().size(), before); // a draft saves nothing by itself
+}
+
+void TestMainWindow::deletingAsksFirst()
+{
+    m_db->activateProfile(QStringLiteral("sam"));
+    const QList<Clip> before = m_db->clips();
+    QVERIFY(before.size() >= 3);
+    m_window->setSection(QStringLiteral("My shortcuts"));
+    ShortcutListPage* list = m_window->shortcutList();
+    QTRY_COMPARE(list->visibleClips().size(), before.size());
+    auto* table = find<QTableWidget>(list, "shortcuts");
+    table->selectRow(0);
+    table->setSelectionMode(QAbstractItemView::MultiSelection);
+    table->selectRow(1);
+
+    // Answers the confirmation that is on screen with `button`, and tells what it asked.
+    QString asked;
+    const auto answer = [&](QMessageBox::StandardButton button) {
+        QTimer::singleShot(0, this, [&asked, button] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            QVERIFY(box);
+            asked = box->text();
+            box->button(button)->click();
+        });
+    };
+    answer(QMessageBox::Cancel);
+    list->deleteSelected();
+    QCOMPARE(asked, QStringLiteral("Delete selected shortcuts?"));
+    QCOMPARE(m_db->clips().size(), before.size());
+
+    answer(QMessageBox::Yes);
+    list->deleteSelected();
+    QCOMPARE(m_db->clips().size(), before.size() - 2);
+    QCOMPARE(m_window->notice(), QStringLiteral("2 shortcuts deleted."));
+    QTRY_COMPARE(list->visibleClips().size(), before.size() - 2);
 }
 
 QTEST_MAIN(TestMainWindow)
