@@ -17,6 +17,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
+#include <QLoggingCategory>
 #include <QMenu>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -27,6 +28,8 @@
 namespace tavo {
 
 namespace {
+
+Q_LOGGING_CATEGORY(lcWindow, "tavo.shell.window")
 
 const QString geometryKey = QStringLiteral("tavoMainWindowGeometry");
 const QStringList listSections = {QStringLiteral("My shortcuts"), QStringLiteral("Live & dynamic"),
@@ -255,6 +258,15 @@ void MainWindow::showAccountState()
         m_screens->setCurrentWidget(m_registration);
         m_registration->setFocus();
     }
+}
+
+bool MainWindow::event(QEvent* event)
+{
+    if (event->type() == QEvent::Paint && !m_painted) {
+        m_painted = true;
+        qCInfo(lcWindow) << "main window painted";
+    }
+    return QMainWindow::event(event);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

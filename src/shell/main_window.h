@@ -52,6 +52,7 @@ public:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    bool event(QEvent* event) override;
 
 private:
     QWidget* buildWorkspace();
@@ -73,6 +74,7 @@ private:
     QLabel* m_keyboardState = nullptr;
     QLabel* m_signedInAs = nullptr;
     QCheckBox* m_autostart = nullptr;
+    bool m_painted = false;
 };
 
 // Start at log-in through an XDG autostart entry.
