@@ -1,5 +1,6 @@
 #include "shell/shortcut_list_page.h"
 
+#include "shell/bulk_rename_sheet.h"
 #include "store/collection_rules.h"
 #include "store/collections.h"
 #include "store/profile_store.h"
@@ -50,7 +51,9 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     , m_pageLabel(new QLabel(this))
     , m_deleteSelected(new QPushButton(QStringLiteral("Delete selected"), this))
     , m_moveSelected(new QPushButton(QStringLiteral("Move…"), this))
+    , m_renameSelected(new QPushButton(QStringLiteral("Rename…"), this))
 {
+    m_renameSelected->setObjectName(QStringLiteral("renameSelected"));
     m_moveSelected->setObjectName(QStringLiteral("moveSelected"));
     m_collection->setObjectName(QStringLiteral("collectionFilter"));
     m_table->setObjectName(QStringLiteral("shortcuts"));
@@ -75,6 +78,7 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     filters->addWidget(m_collection);
     filters->addWidget(m_showHidden);
     filters->addStretch();
+    filters->addWidget(m_renameSelected);
     filters->addWidget(m_moveSelected);
     filters->addWidget(m_deleteSelected);
     auto* pages = new QHBoxLayout;
@@ -112,7 +116,9 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     connect(m_table, &QTableWidget::itemSelectionChanged, this, [this] {
         m_deleteSelected->setEnabled(!m_table->selectedItems().isEmpty());
         m_moveSelected->setEnabled(!m_table->selectedItems().isEmpty());
+        m_renameSelected->setEnabled(!m_table->selectedItems().isEmpty());
     });
+    connect(m_renameSelected, &QPushButton::clicked, this, &ShortcutListPage::renameSelected);
     connect(m_moveSelected, &QPushButton::clicked, this, &ShortcutListPage::moveSelected);
     connect(m_table, &QTableWidget::cellDoubleClicked, this, [this](int row) {
         const QList<Clip> paged = pagedClips();
@@ -133,6 +139,7 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     });
     m_deleteSelected->setEnabled(false);
     m_moveSelected->setEnabled(false);
+    m_renameSelected->setEnabled(false);
 }
 
 void ShortcutListPage::setSection(const QString& section)
@@ -289,6 +296,29 @@ void ShortcutListPage::moveSelected()
         m_db.save();
         emit noticeRequested(movedShortcutsMessage(chosen));
     }
+}
+
+void ShortcutListPage::renameSelected()
+{
+    const QList<Clip> selected = selectedClips();
+    if (selected.isEmpty()) {
+        return;
+    }
+    QStringList keys;
+    for (const Clip& clip : m_db.clips()) {
+        keys << clip.key;
+    }
+    BulkRenameSheet sheet(selected, keys, this);
+    if (sheet.exec() != QDialog::Accepted) {
+        return;
+    }
+    QList<Clip> clips = m_db.clips();
+    const int changed = applyShortcutRenames(clips, sheet.renames());
+    if (changed > 0) {
+        m_db.setClips(std::move(clips));
+        m_db.save();
+    }
+    emit noticeRequested(BulkShortcutRename::renamedMessage(changed));
 }
 
 void ShortcutListPage::deleteClips(const QSet<QUuid>& ids)

@@ -44,6 +44,8 @@ public:
     void deleteSelected();
     // Moves the selection to chosen collections, or adds them, through a small sheet.
     void moveSelected();
+    // One rename rule over the selection, checked against the whole library first.
+    void renameSelected();
     QList<Clip> selectedClips() const;
 
 signals:
@@ -72,6 +74,7 @@ private:
     QLabel* m_pageLabel;
     QPushButton* m_deleteSelected;
     QPushButton* m_moveSelected;
+    QPushButton* m_renameSelected;
 };
 
 } // namespace tavo

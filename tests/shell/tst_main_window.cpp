@@ -1,4 +1,5 @@
 #include "platform/secret/libsecret_store.h"
+#include "shell/bulk_rename_sheet.h"
 #include "shell/main_window.h"
 #include "shell/registration_view.h"
 #include "shell/shortcut_editor.h"
@@ -39,6 +40,7 @@ private slots:
     void pagesOfFifty();
     void quickAddFromTheClipboard();
     void deletingAsksFirst();
+    void bulkRenameChecksTheWholeLibrary();
 
 private:
     template<typename T>
@@ -310,6 +312,37 @@ void TestMainWindow::deletingAsksFirst()
     QCOMPARE(m_db->clips().size(), before.size() - 2);
     QCOMPARE(m_window->notice(), QStringLiteral("2 shortcuts deleted."));
     QTRY_COMPARE(list->visibleClips().size(), before.size() - 2);
+}
+
+void TestMainWindow::bulkRenameChecksTheWholeLibrary()
+{
+    m_db->activateProfile(QStringLiteral("sam"));
+    const auto make = [](const QString& key) {
+        Clip clip;
+        clip.key = key;
+        clip.name = key.mid(1);
+        clip.text = QStringLiteral("text");
+        clip.group = QStringLiteral("Personal");
+        return clip;
+    };
+    const QList<Clip> clips = {make(QStringLiteral("/ty")), make(QStringLiteral("/sig.web")),
+                               make(QStringLiteral("/old-ty"))};
+    m_db->setClips(clips);
+
+    // A prefix that would turn /ty into the existing /old-ty is refused as a whole.
+    BulkRenameSheet sheet({clips.at(0), clips.at(1)},
+                          {QStringLiteral("/ty"), QStringLiteral("/sig.web"), QStringLiteral("/old-ty")});
+    find<QLineEdit>(&sheet, "renameFind")->setText(QStringLiteral("old-"));
+    sheet.accept();
+    QCOMPARE(sheet.result(), int(QDialog::Rejected));
+    QVERIFY(!find<QLabel>(&sheet, "renameError")->text().isEmpty());
+
+    // Another prefix goes through; the file-type suffix stays where it was.
+    find<QLineEdit>(&sheet, "renameFind")->setText(QStringLiteral("my"));
+    sheet.accept();
+    QCOMPARE(sheet.result(), int(QDialog::Accepted));
+    QCOMPARE(sheet.renames().value(clips.at(0).id).key, QStringLiteral("/myty"));
+    QCOMPARE(sheet.renames().value(clips.at(1).id).key, QStringLiteral("/mysig.web"));
 }
 
 QTEST_MAIN(TestMainWindow)
