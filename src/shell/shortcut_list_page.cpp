@@ -44,6 +44,7 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     , m_db(db)
     , m_title(new QLabel(this))
     , m_collection(new QComboBox(this))
+    , m_category(new QComboBox(this))
     , m_showHidden(new QCheckBox(QStringLiteral("Show hidden"), this))
     , m_table(new QTableWidget(this))
     , m_previous(new QPushButton(QStringLiteral("‹ Previous"), this))
@@ -56,6 +57,7 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     m_renameSelected->setObjectName(QStringLiteral("renameSelected"));
     m_moveSelected->setObjectName(QStringLiteral("moveSelected"));
     m_collection->setObjectName(QStringLiteral("collectionFilter"));
+    m_category->setObjectName(QStringLiteral("categoryFilter"));
     m_table->setObjectName(QStringLiteral("shortcuts"));
     m_previous->setObjectName(QStringLiteral("previousPage"));
     m_next->setObjectName(QStringLiteral("nextPage"));
@@ -76,6 +78,7 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
 
     auto* filters = new QHBoxLayout;
     filters->addWidget(m_collection);
+    filters->addWidget(m_category);
     filters->addWidget(m_showHidden);
     filters->addStretch();
     filters->addWidget(m_renameSelected);
@@ -100,9 +103,21 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
         m_collection->addItem(allCollectionsName);
         m_collection->addItems(m_db.collections());
         m_collection->setCurrentIndex(qMax(0, m_collection->findText(chosen)));
+
+        const QString category = m_category->currentText();
+        const QSignalBlocker categoryBlocker(m_category);
+        m_category->clear();
+        m_category->addItem(allCategoriesName);
+        m_category->addItems(categoriesOf(m_db.collections(), m_db.collectionDefinitions()));
+        m_category->setCurrentIndex(qMax(0, m_category->findText(category)));
     };
     refillCollections();
     connect(&m_db, &DB::collectionsChanged, this, refillCollections);
+    connect(&m_db, &DB::collectionDefinitionsChanged, this, refillCollections);
+    connect(m_category, &QComboBox::currentTextChanged, this, [this] {
+        m_page = 0;
+        refreshVisibleClips();
+    });
     connect(&m_db, &DB::clipsChanged, this, &ShortcutListPage::refreshVisibleClips);
     connect(&m_db, &DB::hiddenCollectionsChanged, this, &ShortcutListPage::refreshVisibleClips);
     connect(m_collection, &QComboBox::currentTextChanged, this, [this] {
@@ -163,6 +178,8 @@ void ShortcutListPage::refreshVisibleClips()
     // "My shortcuts" is the library through the collection filter: the filter names the section.
     const QString section = m_section == QLatin1String("My shortcuts") ? collection : m_section;
     const bool includeHidden = m_showHidden->isChecked();
+    const QString category = m_category->currentText().isEmpty() ? allCategoriesName : m_category->currentText();
+    const QList<CollectionDefinition> definitions = m_db.collectionDefinitions();
     if (m_watcher.isRunning()) {
         // Its result will be dropped; the next run starts once the watcher is free.
         connect(
@@ -176,7 +193,9 @@ void ShortcutListPage::refreshVisibleClips()
         return;
     }
     m_watcher.setFuture(QtConcurrent::run([=] {
-        return std::pair{generation, filterShortcutClips(clips, hidden, QString(), section, collection, includeHidden)};
+        return std::pair{generation, filterClipsByCategory(filterShortcutClips(clips, hidden, QString(), section,
+                                                                               collection, includeHidden),
+                                                           category, definitions)};
     }));
 }
 

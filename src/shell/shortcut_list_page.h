@@ -67,6 +67,7 @@ private:
 
     QLabel* m_title;
     QComboBox* m_collection;
+    QComboBox* m_category;
     QCheckBox* m_showHidden;
     QTableWidget* m_table;
     QPushButton* m_previous;

@@ -763,6 +763,46 @@ QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hid
     return result;
 }
 
+QList<Clip> filterClipsByCategory(const QList<Clip>& clips, const QString& category,
+                                  const QList<CollectionDefinition>& definitions)
+{
+    if (category == allCategoriesName) {
+        return clips;
+    }
+    QHash<QString, bool> inCategory; // by lower-cased collection name
+    const auto matches = [&](const QString& group) {
+        const QString folded = group.toLower();
+        const auto known = inCategory.constFind(folded);
+        if (known != inCategory.constEnd()) {
+            return *known;
+        }
+        const bool result = collectionCategory(group, findCollectionDefinition(definitions, group))
+                                .compare(category, Qt::CaseInsensitive) == 0;
+        inCategory.insert(folded, result);
+        return result;
+    };
+    QList<Clip> kept;
+    for (const Clip& clip : clips) {
+        const QStringList groups = clip.allGroups();
+        if (std::any_of(groups.cbegin(), groups.cend(), matches)) {
+            kept.append(clip);
+        }
+    }
+    return kept;
+}
+
+QStringList categoriesOf(const QStringList& collections, const QList<CollectionDefinition>& definitions)
+{
+    QStringList categories;
+    for (const QString& collection : collections) {
+        const QString category = collectionCategory(collection, findCollectionDefinition(definitions, collection));
+        if (!categories.contains(category, Qt::CaseInsensitive)) {
+            categories.append(category);
+        }
+    }
+    return categories;
+}
+
 QString duplicateShortcutKey(const QString& key)
 {
     static constexpr QLatin1StringView suffixes[] = {

@@ -125,6 +125,16 @@ QStringList allCollectionCategories(const QStringList& custom);
 // suggestion from the name and the definition's description.
 QString collectionCategory(const QString& name, const CollectionDefinition* definition);
 
+inline const QString allCategoriesName = QStringLiteral("All categories");
+
+// The clips with at least one collection in `category` (ignoring case); all of them for "All
+// categories". Each collection's category is worked out once.
+QList<Clip> filterClipsByCategory(const QList<Clip>& clips, const QString& category,
+                                  const QList<CollectionDefinition>& definitions);
+
+// The categories the given collections fall in, each once, in the order first met.
+QStringList categoriesOf(const QStringList& collections, const QList<CollectionDefinition>& definitions);
+
 // The icon name of a collection; "folder.fill" for any name without its own.
 QString collectionSymbol(const QString& name);
 

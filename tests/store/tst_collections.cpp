@@ -122,6 +122,8 @@ class TestCollections : public QObject
     Q_OBJECT
 
 private slots:
+    void categoryFilter_data();
+    void categoryFilter();
     void jsonRoundTrip();
     void strictJsonRejects_data();
     void strictJsonRejects();
@@ -331,6 +333,41 @@ void TestCollections::duplicateCollections()
         found.append(group.collectionNames.join(u',') + u": "_s + QString::number(group.matchingItems));
     }
     QCOMPARE(found, groups);
+}
+
+void TestCollections::categoryFilter_data()
+{
+    QTest::addColumn<QString>("category");
+    QTest::addColumn<QStringList>("keys");
+    QTest::newRow("all categories") << allCategoriesName << QStringList{u"/a"_s, u"/b"_s, u"/c"_s};
+    // Built-in collections are system generated; a further collection counts as well.
+    QTest::newRow("system generated") << u"system generated"_s << QStringList{u"/a"_s, u"/b"_s};
+    QTest::newRow("the user's own category") << u"Cooking"_s << QStringList{u"/b"_s};
+    QTest::newRow("a category nothing is in") << u"Finance"_s << QStringList{};
+}
+
+void TestCollections::categoryFilter()
+{
+    QFETCH(QString, category);
+    QFETCH(QStringList, keys);
+    const auto clip = [](const QString& key, const QString& group, const QStringList& more) {
+        Clip made;
+        made.key = key;
+        made.group = group;
+        if (!more.isEmpty()) {
+            made.groups = more;
+        }
+        return made;
+    };
+    CollectionDefinition recipes = CollectionDefinition::emptyFor(u"Recipes"_s);
+    recipes.category = u"Cooking"_s;
+    const QList<Clip> clips = {clip(u"/a"_s, u"Personal"_s, {}), clip(u"/b"_s, u"Work"_s, {u"recipes"_s}),
+                               clip(u"/c"_s, u"Garden notes"_s, {})};
+    QStringList kept;
+    for (const Clip& each : filterClipsByCategory(clips, category, {recipes})) {
+        kept << each.key;
+    }
+    QCOMPARE(kept, keys);
 }
 
 QTEST_GUILESS_MAIN(TestCollections)
