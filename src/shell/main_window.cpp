@@ -170,6 +170,7 @@ QWidget* MainWindow::buildSettings()
         }
     });
     auto* signOut = new QPushButton(QStringLiteral("Sign out"), page);
+    signOut->setObjectName(QStringLiteral("signOut"));
     connect(signOut, &QPushButton::clicked, &m_accounts, &TavoAccountStore::signOut);
     auto* layout = new QVBoxLayout(page);
     layout->addWidget(m_signedInAs);
@@ -254,6 +255,7 @@ void MainWindow::showAccountState()
         m_list->refreshVisibleClips();
     } else {
         m_notice->clear();
+        m_list->clear();
         m_registration->setCreating(m_accounts.currentUsername().isEmpty());
         m_screens->setCurrentWidget(m_registration);
         m_registration->setFocus();

@@ -199,6 +199,15 @@ void ShortcutListPage::refreshVisibleClips()
     }));
 }
 
+void ShortcutListPage::clear()
+{
+    ++m_generation;
+    m_filtering = false;
+    m_cache.clear();
+    m_page = 0;
+    showPage();
+}
+
 QList<Clip> ShortcutListPage::pagedClips() const
 {
     return m_cache.mid(qsizetype(m_page) * pageSize, pageSize);

@@ -33,6 +33,8 @@ public:
     // overtook is dropped.
     void refreshVisibleClips();
     bool isFiltering() const { return m_filtering; }
+    // Forgets what is shown, and any run on its way: nothing of a signed-out account stays.
+    void clear();
 
     const QList<Clip>& visibleClips() const { return m_cache; }
     QList<Clip> pagedClips() const;

@@ -39,6 +39,7 @@ public:
     int exitCode() const { return m_exitCode; }
 
     void showMainWindow();
+    MainWindow* mainWindow() const { return m_window.get(); }
 
 private:
     bool claimSingleInstance();
