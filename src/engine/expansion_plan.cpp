@@ -51,25 +51,6 @@ bool isEndingSuffix(const QString& suffix)
     return suffix == QLatin1String(" ") || suffix == QLatin1String("\n") || suffix == QLatin1String("\r");
 }
 
-Clip clipForRecord(const CollectionRecord& record)
-{
-    Clip clip;
-    clip.key = normalizedTrigger(u'/' + record.alias);
-    clip.name = record.name;
-    clip.text = record.name;
-    if (!record.values.isEmpty()) {
-        QStringList lines;
-        for (auto it = record.values.cbegin(); it != record.values.cend(); ++it) { // sorted by field name
-            lines.append(it.key() + QStringLiteral(": ") + it.value());
-        }
-        clip.text += u'\n' + lines.join(u'\n');
-    }
-    clip.group = record.collection;
-    clip.files = record.files;
-    clip.directMediaPaste = record.values.isEmpty() && !record.files.isEmpty();
-    return clip;
-}
-
 ExpansionPlan planForClip(const Clip& clip, const QString& suffix, const ShortcutTextStyle& style)
 {
     ExpansionPlan plan;

@@ -60,9 +60,6 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
 // portrait to fetch, or text and media to paste with `style`.
 ExpansionPlan planForClip(const Clip& clip, const QString& suffix, const ShortcutTextStyle& style);
 
-// The stand-in shortcut a collection record expands through.
-Clip clipForRecord(const CollectionRecord& record);
-
 // Whether `suffix` ends a trigger in the sense of the inline commands: a blank or a line break.
 bool isEndingSuffix(const QString& suffix);
 

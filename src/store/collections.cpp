@@ -558,6 +558,25 @@ CollectionRecord recordFromClip(const Clip& clip, const QString& collection, con
     return record;
 }
 
+Clip clipForRecord(const CollectionRecord& record)
+{
+    Clip clip;
+    clip.key = normalizedTrigger(u'/' + record.alias);
+    clip.name = record.name;
+    clip.text = record.name;
+    if (!record.values.isEmpty()) {
+        QStringList lines;
+        for (auto it = record.values.cbegin(); it != record.values.cend(); ++it) { // sorted by field name
+            lines.append(it.key() + QStringLiteral(": ") + it.value());
+        }
+        clip.text += u'\n' + lines.join(u'\n');
+    }
+    clip.group = record.collection;
+    clip.files = record.files;
+    clip.directMediaPaste = record.values.isEmpty() && !record.files.isEmpty();
+    return clip;
+}
+
 const CollectionDefinition* findCollectionDefinition(const QList<CollectionDefinition>& definitions,
                                                      const QString& name)
 {
@@ -769,26 +788,40 @@ QList<Clip> filterClipsByCategory(const QList<Clip>& clips, const QString& categ
     if (category == allCategoriesName) {
         return clips;
     }
-    QHash<QString, bool> inCategory; // by lower-cased collection name
-    const auto matches = [&](const QString& group) {
-        const QString folded = group.toLower();
-        const auto known = inCategory.constFind(folded);
-        if (known != inCategory.constEnd()) {
-            return *known;
-        }
-        const bool result = collectionCategory(group, findCollectionDefinition(definitions, group))
-                                .compare(category, Qt::CaseInsensitive) == 0;
-        inCategory.insert(folded, result);
-        return result;
-    };
+    CategoryTest inCategory(category, definitions);
     QList<Clip> kept;
     for (const Clip& clip : clips) {
-        const QStringList groups = clip.allGroups();
-        if (std::any_of(groups.cbegin(), groups.cend(), matches)) {
+        if (inCategory(clip)) {
             kept.append(clip);
         }
     }
     return kept;
+}
+
+CategoryTest::CategoryTest(const QString& category, const QList<CollectionDefinition>& definitions)
+    : m_category(category)
+    , m_definitions(definitions)
+{
+}
+
+bool CategoryTest::operator()(const Clip& clip)
+{
+    if (m_category == allCategoriesName) {
+        return true;
+    }
+    const auto inCategory = [this](const QString& group) {
+        const QString folded = group.toLower();
+        const auto known = m_inCategory.constFind(folded);
+        if (known != m_inCategory.constEnd()) {
+            return *known;
+        }
+        const bool result = collectionCategory(group, findCollectionDefinition(m_definitions, group))
+                                .compare(m_category, Qt::CaseInsensitive) == 0;
+        m_inCategory.insert(folded, result);
+        return result;
+    };
+    const QStringList groups = clip.allGroups();
+    return std::any_of(groups.cbegin(), groups.cend(), inCategory);
 }
 
 QStringList categoriesOf(const QStringList& collections, const QList<CollectionDefinition>& definitions)

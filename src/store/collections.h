@@ -100,6 +100,10 @@ bool isRecordLikeCollection(const QString& name);
 CollectionRecord recordFromClip(const Clip& clip, const QString& collection,
                                 const QDateTime& now = QDateTime::currentDateTimeUtc());
 
+// The stand-in shortcut a collection record expands and is listed through: its alias as key,
+// its name and values ("field: value" lines, by field name) as text, its media.
+Clip clipForRecord(const CollectionRecord& record);
+
 // The definition named `name`, ignoring case, or null.
 const CollectionDefinition* findCollectionDefinition(const QList<CollectionDefinition>& definitions,
                                                      const QString& name);
@@ -127,8 +131,21 @@ QString collectionCategory(const QString& name, const CollectionDefinition* defi
 
 inline const QString allCategoriesName = QStringLiteral("All categories");
 
-// The clips with at least one collection in `category` (ignoring case); all of them for "All
-// categories". Each collection's category is worked out once.
+// Whether a clip has at least one collection in a category (ignoring case); every clip is in "All
+// categories". Each collection's category is worked out once, so one test serves a whole list.
+class CategoryTest
+{
+public:
+    CategoryTest(const QString& category, const QList<CollectionDefinition>& definitions);
+    bool operator()(const Clip& clip);
+
+private:
+    QString m_category;
+    QList<CollectionDefinition> m_definitions;
+    QHash<QString, bool> m_inCategory; // by lower-cased collection name
+};
+
+// The clips that pass a CategoryTest, in their order.
 QList<Clip> filterClipsByCategory(const QList<Clip>& clips, const QString& category,
                                   const QList<CollectionDefinition>& definitions);
 
