@@ -4,6 +4,7 @@
 #include "shell/shortcut_editor.h"
 #include "shell/shortcut_list_page.h"
 #include "store/accounts.h"
+#include "store/collection_rules.h"
 #include "store/defaults.h"
 #include "store/profile_store.h"
 
@@ -19,6 +20,7 @@
 #include <QListWidget>
 #include <QLoggingCategory>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QStandardPaths>
@@ -245,6 +247,21 @@ void MainWindow::addClipboardShortcut()
         return;
     }
     openEditor(draft);
+}
+
+void MainWindow::confirmDelete(const Clip& clip)
+{
+    QMessageBox confirm(QMessageBox::Question, QStringLiteral("Delete"), deleteShortcutQuestion,
+                        QMessageBox::Yes | QMessageBox::Cancel, this);
+    confirm.setInformativeText(deleteShortcutDetail(displayTrigger(clip.key)));
+    if (confirm.exec() != QMessageBox::Yes) {
+        return;
+    }
+    QList<Clip> clips = m_db.clips();
+    clips.removeIf([&](const Clip& each) { return each.id == clip.id; });
+    m_db.setClips(std::move(clips));
+    m_db.save();
+    setNotice(QStringLiteral("Shortcut deleted."));
 }
 
 void MainWindow::showAccountState()

@@ -2,6 +2,7 @@
 
 #include "engine/expansion_runner.h"
 #include "engine/quill_app_delegate.h"
+#include "picker/picker_panel.h"
 #include "platform/qt/qt_pasteboard.h"
 #include "platform/secret/libsecret_store.h"
 #include "platform/x11/x11_desktop.h"
@@ -100,6 +101,7 @@ bool TavoApplication::start()
     m_window = std::make_unique<MainWindow>(*m_db, *m_accounts, *m_defaults);
 
     connect(m_delegate.get(), &QuillAppDelegate::openPickerRequested, m_runner.get(), &ExpansionRunner::openPicker);
+    connectPicker();
     connect(m_delegate.get(), &QuillAppDelegate::autoExpandRequested, m_runner.get(), &ExpansionRunner::autoExpand);
     connect(m_pasteboard.get(), &QtPasteboard::dataRequested, m_runner.get(), &ExpansionRunner::pasteTaken);
     connect(m_runner.get(), &ExpansionRunner::noticeChanged, this, &TavoApplication::showNotice);
@@ -151,6 +153,41 @@ bool TavoApplication::start()
         m_window->setAttribute(Qt::WA_ShowWithoutActivating, false);
     }
     return true;
+}
+
+void TavoApplication::connectPicker()
+{
+    m_picker = std::make_unique<PickerPanel>(*m_defaults);
+    PickerPanel* picker = m_picker.get();
+    connect(m_delegate.get(), &QuillAppDelegate::openPickerRequested, picker, [this] {
+        if (m_accounts->isAuthenticated()) {
+            m_picker->showFor(*m_db);
+        }
+    });
+    connect(m_delegate.get(), &QuillAppDelegate::pickerQueryChanged, picker, &PickerPanel::setQuery);
+    connect(m_delegate.get(), &QuillAppDelegate::chooseFirstRequested, picker, &PickerPanel::chooseFirst);
+    connect(m_delegate.get(), &QuillAppDelegate::closePickerRequested, picker, &PickerPanel::hidePanel);
+    connect(m_runner.get(), &ExpansionRunner::hidePickerRequested, picker, &PickerPanel::hidePanel);
+    connect(picker, &PickerPanel::chosen, m_runner.get(),
+            [this](const Clip& clip) { m_runner->chooseClip(clip, false); });
+    connect(picker, &PickerPanel::openTavoRequested, this, &TavoApplication::showMainWindow);
+    connect(picker, &PickerPanel::editRequested, this, [this](const Clip& clip) {
+        showMainWindow();
+        m_window->openEditor(clip);
+    });
+    connect(picker, &PickerPanel::deleteRequested, this, [this](const Clip& clip) {
+        showMainWindow();
+        m_window->confirmDelete(clip);
+    });
+    connect(picker, &PickerPanel::quickAddRequested, this, [this](const QString& action) {
+        showMainWindow();
+        if (action == QLatin1String("New shortcut")) {
+            m_window->newShortcut();
+        } else if (action == QLatin1String("From clipboard")) {
+            m_window->addClipboardShortcut();
+        }
+        // "Paste many" and "Bulk media" arrive with their tools.
+    });
 }
 
 void TavoApplication::activateSignedInProfile()

@@ -19,6 +19,7 @@ class LibsecretStore;
 class QtPasteboard;
 class QuillAppDelegate;
 class MainWindow;
+class PickerPanel;
 class TavoAccountStore;
 class X11Desktop;
 class X11KeyboardTap;
@@ -44,6 +45,7 @@ public:
 private:
     bool claimSingleInstance();
     void activateSignedInProfile();
+    void connectPicker();
     void showNotice(const QString& text);
     void setPaused(bool paused);
 
@@ -61,6 +63,7 @@ private:
     std::unique_ptr<QuillAppDelegate> m_delegate;
     std::unique_ptr<ExpansionRunner> m_runner;
     std::unique_ptr<MainWindow> m_window;
+    std::unique_ptr<PickerPanel> m_picker;
     QPointer<QSystemTrayIcon> m_tray;
     QAction* m_pauseAction = nullptr;
 };

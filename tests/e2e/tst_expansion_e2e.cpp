@@ -80,6 +80,7 @@ private slots:
     void otherLayouts();
     void aTerminalPastesFromItsSelection();
     void aSecondStartLeavesTheFirstInCharge();
+    void thePickerFollowsTheTriggerWithoutTakingTheKeyboard();
     void aBusyApplicationHoldsNoKey();
     void quittingWhileTrackingLosesNoKey();
 
@@ -378,6 +379,59 @@ void TestExpansionEndToEnd::aSecondStartLeavesTheFirstInCharge()
     QCOMPARE(second.exitCode(), 0);
     QVERIFY(second.readAllStandardError().contains("Tavo is already running."));
     QCOMPARE(m_tavo.state(), QProcess::Running);
+}
+
+// The picker window's geometry, or an empty rectangle while none is shown.
+static QRect pickerGeometry()
+{
+    QProcess search;
+    search.start(QStringLiteral("xdotool"),
+                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                  QStringLiteral("^Tavo picker$"), QStringLiteral("getwindowgeometry"), QStringLiteral("--shell")});
+    search.waitForFinished(5000);
+    QHash<QString, int> values;
+    for (const QString& line : QString::fromLatin1(search.readAllStandardOutput()).split(u'\n')) {
+        const QStringList pair = line.split(u'=');
+        if (pair.size() == 2) {
+            values.insert(pair.at(0), pair.at(1).toInt());
+        }
+    }
+    if (!values.contains(QStringLiteral("WIDTH"))) {
+        return {};
+    }
+    return {values.value(QStringLiteral("X")), values.value(QStringLiteral("Y")), values.value(QStringLiteral("WIDTH")),
+            values.value(QStringLiteral("HEIGHT"))};
+}
+
+void TestExpansionEndToEnd::thePickerFollowsTheTriggerWithoutTakingTheKeyboard()
+{
+    type(QStringLiteral("\\th"));
+    QTRY_VERIFY_WITH_TIMEOUT(!pickerGeometry().isEmpty(), 5000);
+    // The window in front keeps the keyboard: what is typed next still arrives there.
+    QVERIFY(m_editor->isActiveWindow());
+    type(QStringLiteral("x"));
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("\\thx"), 5000);
+    const QRect panel = pickerGeometry();
+    QVERIFY(panel.top() >= 0 && panel.left() >= 0 && panel.right() <= 1280 && panel.bottom() <= 800);
+    QTest::qWait(300); // the search has narrowed to the one shortcut called so
+    // A picture of the panel, kept with the test's files for a look.
+    QProcess::execute(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"),
+                                                 QDir::home().filePath(QStringLiteral("picker.png"))});
+
+    // A click on the first row pastes it and takes the typed trigger away.
+    xdotool(words({"mousemove", QByteArray::number(panel.left() + 60).constData(),
+                   QByteArray::number(panel.top() + 135).constData(), "click", "1"}));
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("Thank you!"), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(pickerGeometry().isEmpty(), 5000);
+    QVERIFY(m_editor->isActiveWindow());
+
+    // Escape closes it, and reaches the window as well.
+    type(QStringLiteral(" \\th"));
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("Thank you! \\th"), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(!pickerGeometry().isEmpty(), 5000);
+    xdotool(words({"key", "Escape"}));
+    QTRY_VERIFY_WITH_TIMEOUT(pickerGeometry().isEmpty(), 5000);
+    QCOMPARE(typedText(), QStringLiteral("Thank you! \\th"));
 }
 
 void TestExpansionEndToEnd::aBusyApplicationHoldsNoKey()

@@ -1,0 +1,350 @@
+#include "picker/picker_panel.h"
+
+#include "picker/picker_geometry.h"
+#include "store/collections.h"
+#include "store/defaults.h"
+#include "store/profile_store.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QCursor>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QScreen>
+#include <QScrollBar>
+#include <QStackedWidget>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace tavo {
+
+namespace {
+
+const QString originXKey = QStringLiteral("tavoPickerOriginX");
+const QString originYKey = QStringLiteral("tavoPickerOriginY");
+const QString areaKey = QStringLiteral("tavoPickerAreaPercent");
+const QString collectionKey = QStringLiteral("tavoPickerCollection");
+const QString themeKey = QStringLiteral("quillTheme");
+
+QRect pointerScreenFrame()
+{
+    if (QScreen* screen = QGuiApplication::screenAt(QCursor::pos())) {
+        return screen->availableGeometry();
+    }
+    if (QScreen* screen = QGuiApplication::primaryScreen()) {
+        return screen->availableGeometry();
+    }
+    return {0, 0, 1200, 800}; // no screen at all
+}
+
+} // namespace
+
+PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
+    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus |
+                          Qt::X11BypassWindowManagerHint)
+    , m_defaults(defaults)
+    , m_search(&defaults)
+    , m_query(new QLabel(this))
+    , m_category(new QComboBox(this))
+    , m_collection(new QComboBox(this))
+    , m_showHidden(new QCheckBox(QStringLiteral("Show hidden"), this))
+    , m_hiddenOnly(new QCheckBox(QStringLiteral("Incognito · hidden only"), this))
+    , m_resultLine(new QLabel(this))
+    , m_body(new QStackedWidget(this))
+    , m_rows(new QListWidget(this))
+{
+    // Never the active window: the application in front keeps the keyboard and the trigger.
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setFocusPolicy(Qt::NoFocus);
+    setObjectName(QStringLiteral("picker"));
+    setWindowTitle(QStringLiteral("Tavo picker"));
+    m_rows->setObjectName(QStringLiteral("pickerRows"));
+    m_rows->setFocusPolicy(Qt::NoFocus);
+    m_search.collection = m_defaults.string(collectionKey).value_or(allCollectionsName);
+    m_showHidden->setChecked(m_search.showHiddenCollections());
+    m_showHidden->setToolTip(QStringLiteral("Include hidden collections alongside visible shortcuts"));
+    m_hiddenOnly->setToolTip(QStringLiteral("Show only shortcuts assigned to hidden collections"));
+    m_query->setText(QStringLiteral("Search shortcuts…"));
+    m_query->setToolTip(QStringLiteral("Type to search shortcuts · Drag the background to move this popup"));
+
+    auto* title = new QLabel(QStringLiteral("<b>Tavo · choose a shortcut</b>"), this);
+    auto* hint = new QLabel(QStringLiteral("Keep typing in your app · exact shortcut + space expands"), this);
+    auto* home = new QPushButton(QStringLiteral("Reset"), this);
+    home->setToolTip(QStringLiteral("Move popup to its default position · drag this header to place it"));
+    auto* open = new QPushButton(QStringLiteral("Open Tavo"), this);
+    auto* close = new QPushButton(QStringLiteral("✕"), this);
+    close->setToolTip(QStringLiteral("Close popup"));
+    for (QWidget* button :
+         std::initializer_list<QWidget*>{home, open, close, m_category, m_collection, m_showHidden, m_hiddenOnly}) {
+        button->setFocusPolicy(Qt::NoFocus);
+    }
+    connect(home, &QPushButton::clicked, this, &PickerPanel::resetPosition);
+    connect(open, &QPushButton::clicked, this, [this] {
+        hidePanel();
+        emit openTavoRequested();
+    });
+    connect(close, &QPushButton::clicked, this, &PickerPanel::hidePanel);
+
+    auto* empty = new QWidget(this);
+    auto* emptyLayout = new QVBoxLayout(empty);
+    emptyLayout->addWidget(new QLabel(QStringLiteral("Create a shortcut or import many"), empty));
+    auto* quickAdd = new QHBoxLayout;
+    for (const QString& action : {QStringLiteral("New shortcut"), QStringLiteral("From clipboard"),
+                                  QStringLiteral("Paste many"), QStringLiteral("Bulk media")}) {
+        auto* button = new QPushButton(action, empty);
+        button->setFocusPolicy(Qt::NoFocus);
+        connect(button, &QPushButton::clicked, this, [this, action] {
+            hidePanel();
+            emit quickAddRequested(action);
+        });
+        quickAdd->addWidget(button);
+    }
+    emptyLayout->addLayout(quickAdd);
+    emptyLayout->addStretch();
+    m_body->addWidget(m_rows);
+    m_body->addWidget(empty);
+
+    auto* header = new QHBoxLayout;
+    header->addWidget(title);
+    header->addStretch();
+    header->addWidget(home);
+    header->addWidget(open);
+    header->addWidget(close);
+    auto* scope = new QHBoxLayout;
+    scope->addWidget(m_category);
+    scope->addWidget(m_collection);
+    scope->addWidget(m_showHidden);
+    scope->addWidget(m_hiddenOnly);
+    scope->addStretch();
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(header);
+    layout->addWidget(hint);
+    layout->addWidget(m_query);
+    layout->addLayout(scope);
+    layout->addWidget(m_resultLine);
+    layout->addWidget(m_body, 1);
+
+    connect(&m_search, &PickerSearch::resultsChanged, this, &PickerPanel::showResults);
+    connect(&m_search, &PickerSearch::stateChanged, this, &PickerPanel::showResults);
+    connect(m_rows, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) {
+        const int row = m_rows->row(item);
+        if (row >= 0 && row < m_search.results().size()) {
+            choose(m_search.results().at(row));
+        }
+    });
+    m_rows->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_rows, &QListWidget::customContextMenuRequested, this, [this](const QPoint& at) {
+        const int row = m_rows->row(m_rows->itemAt(at));
+        if (row < 0 || row >= m_search.results().size()) {
+            return;
+        }
+        const Clip clip = m_search.results().at(row);
+        QMenu menu;
+        menu.addAction(QStringLiteral("Paste into current app"), this, [this, clip] { choose(clip); });
+        menu.addAction(QStringLiteral("Edit"), this, [this, clip] { emit editRequested(clip); });
+        menu.addAction(QStringLiteral("Delete"), this, [this, clip] { emit deleteRequested(clip); });
+        menu.exec(m_rows->viewport()->mapToGlobal(at));
+    });
+    connect(m_rows->verticalScrollBar(), &QScrollBar::valueChanged, this, &PickerPanel::maybeLoadMore);
+    connect(m_category, &QComboBox::currentTextChanged, this, [this](const QString& text) {
+        m_search.category = text.isEmpty() ? allCategoriesName : text;
+        restart();
+    });
+    connect(m_collection, &QComboBox::currentTextChanged, this, [this](const QString& text) {
+        m_search.collection = text.isEmpty() ? allCollectionsName : text;
+        m_defaults.setString(collectionKey, m_search.collection);
+        restart();
+    });
+    connect(m_showHidden, &QCheckBox::toggled, this, [this](bool on) {
+        m_search.setShowHiddenCollections(on);
+        restart();
+    });
+    connect(m_hiddenOnly, &QCheckBox::toggled, this, [this](bool on) {
+        m_search.showHiddenOnly = on;
+        restart();
+    });
+}
+
+void PickerPanel::applyTheme()
+{
+    const QString theme = m_defaults.string(themeKey).value_or(QStringLiteral("Light"));
+    QPalette palette = QGuiApplication::palette();
+    if (theme == QLatin1String("Dark")) {
+        palette.setColor(QPalette::Window, QColor(0x26, 0x28, 0x2c));
+        palette.setColor(QPalette::Base, QColor(0x1e, 0x20, 0x23));
+        palette.setColor(QPalette::AlternateBase, QColor(0x2c, 0x2f, 0x34));
+        palette.setColor(QPalette::Button, QColor(0x33, 0x36, 0x3b));
+        for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+            palette.setColor(role, QColor(0xec, 0xee, 0xf1));
+        }
+        palette.setColor(QPalette::Highlight, QColor(0x3d, 0x7e, 0xd6));
+    } else if (theme == QLatin1String("Light")) {
+        palette.setColor(QPalette::Window, QColor(0xf7, 0xf7, 0xf8));
+        palette.setColor(QPalette::Base, Qt::white);
+        for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+            palette.setColor(role, QColor(0x1d, 0x1f, 0x22));
+        }
+    }
+    setPalette(palette);
+}
+
+void PickerPanel::showFor(const DB& db)
+{
+    m_db = &db;
+    applyTheme();
+
+    // A remembered collection that is no longer shown gives way to all of them.
+    const QStringList visible = m_search.showHiddenCollections() ? db.collections() : db.visibleCollections();
+    if (m_search.collection != allCollectionsName && !visible.contains(m_search.collection, Qt::CaseInsensitive)) {
+        m_search.collection = allCollectionsName;
+    }
+    {
+        const QSignalBlocker collectionBlocker(m_collection);
+        const QSignalBlocker categoryBlocker(m_category);
+        m_collection->clear();
+        m_collection->addItem(allCollectionsName);
+        m_collection->addItems(visible);
+        m_collection->setCurrentText(m_search.collection);
+        m_category->clear();
+        m_category->addItem(allCategoriesName);
+        m_category->addItems(categoriesOf(visible, db.collectionDefinitions()));
+        m_category->setCurrentText(m_search.category);
+    }
+
+    const QRect frame = pointerScreenFrame();
+    const std::optional<double> share = m_defaults.number(areaKey);
+    const QSizeF size = pickerPopupSize(frame.size(), share.value_or(defaultPickerAreaPercent));
+    std::optional<QPointF> stored;
+    if (const auto x = m_defaults.number(originXKey), y = m_defaults.number(originYKey); x && y) {
+        stored = QPointF(*x, *y);
+    }
+    resize(size.toSize());
+    move(pickerOrigin(frame, size, stored).toPoint());
+    m_search.value.clear();
+    m_query->setText(QStringLiteral("Search shortcuts…"));
+    show();
+    raise();
+    restart();
+}
+
+void PickerPanel::hidePanel()
+{
+    m_queryQueued = false;
+    hide();
+    m_db = nullptr;
+    m_search.value.clear();
+}
+
+void PickerPanel::setQuery(const QString& text)
+{
+    m_pendingQuery = text;
+    if (m_queryQueued) {
+        return; // the queued update will take the newest text
+    }
+    m_queryQueued = true;
+    QTimer::singleShot(0, this, [this] {
+        if (!m_queryQueued) {
+            return; // closed meanwhile
+        }
+        m_queryQueued = false;
+        m_search.value = m_pendingQuery;
+        m_query->setText(m_pendingQuery.isEmpty() ? QStringLiteral("Search shortcuts…") : m_pendingQuery);
+        restart();
+    });
+}
+
+void PickerPanel::chooseFirst()
+{
+    if (!m_search.results().isEmpty()) {
+        choose(m_search.results().first());
+    }
+}
+
+void PickerPanel::choose(const Clip& clip)
+{
+    const Clip chosenClip = clip; // the results go with the panel
+    hidePanel();
+    emit chosen(chosenClip);
+}
+
+void PickerPanel::resetPosition()
+{
+    m_defaults.remove(originXKey);
+    m_defaults.remove(originYKey);
+    move(pickerOrigin(pointerScreenFrame(), size(), std::nullopt).toPoint());
+}
+
+void PickerPanel::restart()
+{
+    if (m_db && isVisible()) {
+        m_search.restart(*m_db);
+    }
+}
+
+void PickerPanel::showResults()
+{
+    const QList<Clip>& results = m_search.results();
+    const qsizetype shown = m_rows->count();
+    if (results.size() < shown) {
+        m_rows->clear();
+    }
+    for (qsizetype row = m_rows->count(); row < results.size(); ++row) {
+        const Clip& clip = results.at(row);
+        m_rows->addItem(clip.name + QStringLiteral("   ") + displayTrigger(clip.key));
+    }
+    const QString count =
+        results.size() == 1 ? QStringLiteral("1 result") : QStringLiteral("%1 results").arg(results.size());
+    m_resultLine->setText(m_search.isLoading() ? count + QStringLiteral(" · searching in small batches…") : count);
+    const bool nothing = results.isEmpty() && m_search.isExhausted() && m_search.value.trimmed().isEmpty();
+    m_body->setCurrentIndex(nothing ? 1 : 0);
+    maybeLoadMore();
+}
+
+void PickerPanel::maybeLoadMore()
+{
+    // More when the last row is in sight: the list does not fill its height, or it is scrolled
+    // to the end.
+    if (!m_db || m_search.isLoading() || m_search.isExhausted()) {
+        return;
+    }
+    QScrollBar* bar = m_rows->verticalScrollBar();
+    if (bar->maximum() == 0 || bar->value() >= bar->maximum()) {
+        QTimer::singleShot(0, this, [this] {
+            if (m_db && isVisible()) {
+                m_search.loadMore(*m_db);
+            }
+        });
+    }
+}
+
+void PickerPanel::mousePressEvent(QMouseEvent* event)
+{
+    if (event->button() == Qt::LeftButton) {
+        m_dragging = true;
+        m_dragOffset = event->globalPosition().toPoint() - frameGeometry().topLeft();
+    }
+}
+
+void PickerPanel::mouseMoveEvent(QMouseEvent* event)
+{
+    if (m_dragging) {
+        move(event->globalPosition().toPoint() - m_dragOffset);
+    }
+}
+
+void PickerPanel::mouseReleaseEvent(QMouseEvent* event)
+{
+    Q_UNUSED(event)
+    if (m_dragging) {
+        m_dragging = false;
+        m_defaults.setNumber(originXKey, x());
+        m_defaults.setNumber(originYKey, y());
+    }
+}
+
+} // namespace tavo

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "picker/picker_search.h"
+
+#include <QPointer>
+#include <QWidget>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QListWidget;
+class QStackedWidget;
+
+namespace tavo {
+
+class DB;
+class Defaults;
+
+// The floating picker: a window of its own that never takes the keyboard, so the application
+// the user types in keeps it and the typed trigger goes on arriving there. It follows the query
+// the keyboard tap collects and shows the search's results a page at a time.
+class PickerPanel : public QWidget
+{
+    Q_OBJECT
+
+public:
+    PickerPanel(Defaults& defaults, QWidget* parent = nullptr);
+
+    PickerSearch& search() { return m_search; }
+
+    // Opens on the screen under the pointer, at the stored place or the default one.
+    void showFor(const DB& db);
+    // Closes it; the filters stay for the next opening, the query does not.
+    void hidePanel();
+    // The newest query wins: several in one turn of the event loop apply only the last.
+    void setQuery(const QString& text);
+    // Chooses the first result, if there is one, and closes.
+    void chooseFirst();
+    void resetPosition();
+
+signals:
+    void chosen(const Clip& clip);
+    void editRequested(const Clip& clip);
+    void deleteRequested(const Clip& clip);
+    void quickAddRequested(const QString& action);
+    void openTavoRequested();
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+private:
+    void applyTheme();
+    void showResults();
+    void maybeLoadMore();
+    void restart();
+    void choose(const Clip& clip);
+
+    Defaults& m_defaults;
+    PickerSearch m_search;
+    const DB* m_db = nullptr;
+    QString m_pendingQuery;
+    bool m_queryQueued = false;
+    QPoint m_dragOffset;
+    bool m_dragging = false;
+
+    QLabel* m_query;
+    QComboBox* m_category;
+    QComboBox* m_collection;
+    QCheckBox* m_showHidden;
+    QCheckBox* m_hiddenOnly;
+    QLabel* m_resultLine;
+    QStackedWidget* m_body;
+    QListWidget* m_rows;
+};
+
+} // namespace tavo
