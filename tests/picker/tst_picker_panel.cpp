@@ -1,0 +1,109 @@
+#include "picker/picker_panel.h"
+#include "store/collections.h"
+#include "store/defaults.h"
+#include "store/profile_store.h"
+
+#include <QComboBox>
+#include <QListWidget>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace tavo;
+using namespace Qt::StringLiterals;
+
+// The panel's own rules, on the offscreen platform; the end-to-end test shows it under X.
+class TestPickerPanel : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void themes_data();
+    void themes();
+    void onlyTheNewestQueryApplies();
+    void chooseFirstWithoutResultsStaysOpen();
+    void aHiddenRememberedCollectionGivesWayToAll();
+
+private:
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<Defaults> m_defaults;
+    std::unique_ptr<DB> m_db;
+};
+
+void TestPickerPanel::init()
+{
+    m_db.reset();
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_defaults = std::make_unique<Defaults>(m_dir->filePath(u"defaults.json"_s));
+    m_db = std::make_unique<DB>(*m_defaults, m_dir->filePath(u"Tavo"_s));
+    m_db->activateProfile(u"sam"_s);
+}
+
+void TestPickerPanel::themes_data()
+{
+    QTest::addColumn<QString>("theme");
+    QTest::addColumn<bool>("dark");
+    QTest::newRow("light") << u"Light"_s << false;
+    QTest::newRow("dark") << u"Dark"_s << true;
+}
+
+void TestPickerPanel::themes()
+{
+    QFETCH(QString, theme);
+    QFETCH(bool, dark);
+    m_defaults->setString(u"quillTheme"_s, theme);
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    QTRY_VERIFY(!panel.search().isLoading());
+    QCOMPARE(panel.palette().color(QPalette::Window).lightness() < 128, dark);
+    QCOMPARE(panel.palette().color(QPalette::Text).lightness() < 128, !dark);
+    // A picture of each theme, kept with the test's files for a look.
+    QVERIFY(panel.grab().save(QDir::home().filePath(u"picker-%1.png"_s.arg(theme.toLower()))));
+}
+
+void TestPickerPanel::onlyTheNewestQueryApplies()
+{
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    QTRY_VERIFY(!panel.search().isLoading()); // the opening's own search is done
+    QStringList applied;
+    connect(&panel.search(), &PickerSearch::resultsChanged, this, [&] { applied << panel.search().value; });
+    panel.setQuery(u"t"_s);
+    panel.setQuery(u"th"_s);
+    panel.setQuery(u"tha"_s); // three keys in one turn of the event loop
+    QTRY_VERIFY(!applied.isEmpty() && !panel.search().isLoading());
+    QCOMPARE(applied.first(), u"tha"_s);
+    QCOMPARE(applied.count(u"th"_s), 0);
+}
+
+void TestPickerPanel::chooseFirstWithoutResultsStaysOpen()
+{
+    PickerPanel panel(*m_defaults);
+    QSignalSpy chosen(&panel, &PickerPanel::chosen);
+    panel.showFor(*m_db);
+    panel.setQuery(u"nothing is called this"_s);
+    QTRY_VERIFY(panel.search().isExhausted());
+    panel.chooseFirst();
+    QVERIFY(panel.isVisible());
+    QCOMPARE(chosen.count(), 0);
+
+    panel.setQuery(u"ty"_s);
+    QTRY_VERIFY(!panel.search().results().isEmpty());
+    panel.chooseFirst();
+    QVERIFY(!panel.isVisible());
+    QCOMPARE(chosen.count(), 1);
+}
+
+void TestPickerPanel::aHiddenRememberedCollectionGivesWayToAll()
+{
+    m_db->setCollections({u"Personal"_s, u"Private"_s});
+    m_defaults->setString(u"tavoPickerCollection"_s, u"Private"_s);
+    m_db->setHiddenCollections({u"Private"_s});
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    QCOMPARE(panel.search().collection, allCollectionsName);
+}
+
+QTEST_MAIN(TestPickerPanel)
+#include "tst_picker_panel.moc"
