@@ -17,6 +17,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollBar>
+#include <QSlider>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -30,6 +31,8 @@ const QString originYKey = QStringLiteral("tavoPickerOriginY");
 const QString areaKey = QStringLiteral("tavoPickerAreaPercent");
 const QString collectionKey = QStringLiteral("tavoPickerCollection");
 const QString themeKey = QStringLiteral("quillTheme");
+const QString transparencyKey = QStringLiteral("tavoPickerTransparency");
+constexpr double defaultTransparency = 0.1;
 
 QRect pointerScreenFrame()
 {
@@ -77,10 +80,42 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     auto* home = new QPushButton(QStringLiteral("Reset"), this);
     home->setToolTip(QStringLiteral("Move popup to its default position · drag this header to place it"));
     auto* open = new QPushButton(QStringLiteral("Open Tavo"), this);
+    auto* manage = new QPushButton(QStringLiteral("Manage all shortcuts"), this);
+    connect(manage, &QPushButton::clicked, this, [this] {
+        hidePanel();
+        emit manageRequested();
+    });
+    auto* area = new QComboBox(this);
+    area->setToolTip(QStringLiteral("Select area"));
+    const double share = qBound(0.08, m_defaults.number(areaKey).value_or(defaultPickerAreaPercent), 0.25);
+    for (const int percent : {8, 10, 12, 15, 18, 22, 25}) {
+        area->addItem(QStringLiteral("%1% of screen").arg(percent), percent / 100.0);
+        if (qAbs(percent / 100.0 - share) < 0.005) {
+            area->setCurrentIndex(area->count() - 1);
+        }
+    }
+    connect(area, &QComboBox::currentIndexChanged, this, [this, area] {
+        m_defaults.setNumber(areaKey, area->currentData().toDouble());
+        resizePopup();
+    });
+    auto* transparency = new QSlider(Qt::Horizontal, this);
+    transparency->setRange(0, 60);
+    transparency->setToolTip(QStringLiteral("Transparency"));
+    auto* transparencyText = new QLabel(this);
+    const auto showTransparency = [this, transparencyText](int percent) {
+        transparencyText->setText(QStringLiteral("%1%").arg(percent));
+        setWindowOpacity(1.0 - percent / 100.0);
+    };
+    transparency->setValue(qRound(m_defaults.number(transparencyKey).value_or(defaultTransparency) * 100));
+    showTransparency(transparency->value());
+    connect(transparency, &QSlider::valueChanged, this, [this, showTransparency](int percent) {
+        m_defaults.setNumber(transparencyKey, percent / 100.0);
+        showTransparency(percent);
+    });
     auto* close = new QPushButton(QStringLiteral("✕"), this);
     close->setToolTip(QStringLiteral("Close popup"));
-    for (QWidget* button :
-         std::initializer_list<QWidget*>{home, open, close, m_category, m_collection, m_showHidden, m_hiddenOnly}) {
+    for (QWidget* button : std::initializer_list<QWidget*>{home, open, manage, close, area, transparency, m_category,
+                                                           m_collection, m_showHidden, m_hiddenOnly}) {
         button->setFocusPolicy(Qt::NoFocus);
     }
     connect(home, &QPushButton::clicked, this, &PickerPanel::resetPosition);
@@ -113,6 +148,7 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     header->addWidget(title);
     header->addStretch();
     header->addWidget(home);
+    header->addWidget(manage);
     header->addWidget(open);
     header->addWidget(close);
     auto* scope = new QHBoxLayout;
@@ -121,6 +157,12 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     scope->addWidget(m_showHidden);
     scope->addWidget(m_hiddenOnly);
     scope->addStretch();
+    auto* size = new QHBoxLayout;
+    size->addWidget(area);
+    size->addWidget(new QLabel(QStringLiteral("Transparency"), this));
+    size->addWidget(transparency);
+    size->addWidget(transparencyText);
+    size->addStretch();
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(header);
     layout->addWidget(hint);
@@ -128,6 +170,7 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     layout->addLayout(scope);
     layout->addWidget(m_resultLine);
     layout->addWidget(m_body, 1);
+    layout->addLayout(size); // below the rows: the first row stays where the eye expects it
 
     connect(&m_search, &PickerSearch::resultsChanged, this, &PickerPanel::showResults);
     connect(&m_search, &PickerSearch::stateChanged, this, &PickerPanel::showResults);
@@ -277,6 +320,15 @@ void PickerPanel::resetPosition()
     m_defaults.remove(originXKey);
     m_defaults.remove(originYKey);
     move(pickerOrigin(pointerScreenFrame(), size(), std::nullopt).toPoint());
+}
+
+void PickerPanel::resizePopup()
+{
+    // The top-left corner stays where it is; the frame stays on the screen.
+    const QRect frame = pointerScreenFrame();
+    const QSizeF size = pickerPopupSize(frame.size(), m_defaults.number(areaKey).value_or(defaultPickerAreaPercent));
+    resize(size.toSize());
+    move(pickerOrigin(frame, size, QPointF(pos())).toPoint());
 }
 
 void PickerPanel::restart()

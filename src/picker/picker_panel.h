@@ -37,6 +37,8 @@ public:
     // Chooses the first result, if there is one, and closes.
     void chooseFirst();
     void resetPosition();
+    // The size of the stored share of the screen, from the same top-left corner.
+    void resizePopup();
 
 signals:
     void chosen(const Clip& clip);
@@ -44,6 +46,7 @@ signals:
     void deleteRequested(const Clip& clip);
     void quickAddRequested(const QString& action);
     void openTavoRequested();
+    void manageRequested();
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;

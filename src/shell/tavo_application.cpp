@@ -171,6 +171,10 @@ void TavoApplication::connectPicker()
     connect(picker, &PickerPanel::chosen, m_runner.get(),
             [this](const Clip& clip) { m_runner->chooseClip(clip, false); });
     connect(picker, &PickerPanel::openTavoRequested, this, &TavoApplication::showMainWindow);
+    connect(picker, &PickerPanel::manageRequested, this, [this] {
+        showMainWindow();
+        m_window->setSection(QStringLiteral("My shortcuts"));
+    });
     connect(picker, &PickerPanel::editRequested, this, [this](const Clip& clip) {
         showMainWindow();
         m_window->openEditor(clip);
