@@ -59,8 +59,11 @@ void QuillAppDelegate::installSlashTap()
 
 void QuillAppDelegate::setLibrary(std::shared_ptr<const ExpansionLibrary> library)
 {
-    QMutexLocker locker(&m_lock);
-    m_library = std::move(library);
+    {
+        QMutexLocker locker(&m_lock);
+        m_library.swap(library);
+    }
+    // The old copy, if this was its last holder, goes here: never while the tap waits on the lock.
 }
 
 bool QuillAppDelegate::isTapInstalled() const

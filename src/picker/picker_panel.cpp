@@ -189,8 +189,13 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
         const Clip clip = m_search.results().at(row);
         QMenu menu;
         menu.addAction(QStringLiteral("Paste into current app"), this, [this, clip] { choose(clip); });
-        menu.addAction(QStringLiteral("Edit"), this, [this, clip] { emit editRequested(clip); });
-        menu.addAction(QStringLiteral("Delete"), this, [this, clip] { emit deleteRequested(clip); });
+        // A collection record's row is made for the list; it is edited among its collection's records.
+        const bool stored = m_db && std::any_of(m_db->clips().cbegin(), m_db->clips().cend(),
+                                                [&](const Clip& each) { return each.id == clip.id; });
+        if (stored) {
+            menu.addAction(QStringLiteral("Edit"), this, [this, clip] { emit editRequested(clip); });
+            menu.addAction(QStringLiteral("Delete"), this, [this, clip] { emit deleteRequested(clip); });
+        }
         menu.exec(m_rows->viewport()->mapToGlobal(at));
     });
     connect(m_rows->verticalScrollBar(), &QScrollBar::valueChanged, this, &PickerPanel::maybeLoadMore);
@@ -238,6 +243,15 @@ void PickerPanel::applyTheme()
 
 void PickerPanel::showFor(const DB& db)
 {
+    if (m_db != &db) {
+        if (m_db) {
+            disconnect(m_db, nullptr, this, nullptr);
+        }
+        // A change of the library while the panel is open shows at once.
+        connect(&db, &DB::clipsChanged, this, &PickerPanel::restart);
+        connect(&db, &DB::collectionRecordsChanged, this, &PickerPanel::restart);
+        connect(&db, &DB::destroyed, this, [this] { m_db = nullptr; });
+    }
     m_db = &db;
     applyTheme();
 
@@ -279,7 +293,6 @@ void PickerPanel::hidePanel()
 {
     m_queryQueued = false;
     hide();
-    m_db = nullptr;
     m_search.value.clear();
 }
 

@@ -69,6 +69,12 @@ void PickerSearch::setState(bool loading, bool exhausted)
 void PickerSearch::restart(const DB& db)
 {
     ++m_generation; // a scan on its way sees this and stops
+    // The scan walks a copy (the lists are shared, so it costs nothing): positions stay valid
+    // whatever the store does meanwhile. A change of the store starts a new search.
+    m_clips = db.clips();
+    m_records = db.collectionRecords();
+    m_hidden = db.hiddenCollections();
+    m_definitions = db.collectionDefinitions();
     m_results.clear();
     m_categoryTest.reset();
     m_clipsByKey.clear();
@@ -103,20 +109,21 @@ void PickerSearch::loadMore(const DB& db)
     const quint64 generation = ++m_generation;
     setState(true, false);
     const qsizetype target = m_results.size() + pageSize;
-    QTimer::singleShot(0, this, [this, db = &db, generation, target] { step(db, generation, target); });
+    Q_UNUSED(db) // the scan goes on over the copy restart() took
+    QTimer::singleShot(0, this, [this, generation, target] { step(generation, target); });
 }
 
-void PickerSearch::step(const DB* db, quint64 generation, qsizetype target)
+void PickerSearch::step(quint64 generation, qsizetype target)
 {
     if (generation != m_generation) {
         return; // a newer search owns the results now
     }
-    const qsizetype total = db->clips().size() + db->collectionRecords().size();
+    const qsizetype total = m_clips.size() + m_records.size();
     if (m_results.size() < target && m_scanIndex < total) {
         const qsizetype end = qMin(m_scanIndex + stepSize, total);
         const qsizetype before = m_results.size();
         for (qsizetype position = m_scanIndex; position < end; ++position) {
-            if (std::optional<Clip> item = itemAt(*db, position); item && passesFilters(*db, *item)) {
+            if (std::optional<Clip> item = itemAt(position); item && passesFilters(*item)) {
                 m_results.append(std::move(*item));
             }
         }
@@ -126,16 +133,16 @@ void PickerSearch::step(const DB* db, quint64 generation, qsizetype target)
         }
         if (m_results.size() < target && m_scanIndex < total) {
             // The event loop runs what is waiting (a key, a paint) before the next five.
-            QTimer::singleShot(0, this, [this, db, generation, target] { step(db, generation, target); });
+            QTimer::singleShot(0, this, [this, generation, target] { step(generation, target); });
             return;
         }
     }
     setState(false, m_scanIndex >= total);
 }
 
-std::optional<Clip> PickerSearch::itemAt(const DB& db, qsizetype position)
+std::optional<Clip> PickerSearch::itemAt(qsizetype position)
 {
-    const QList<Clip>& clips = db.clips();
+    const QList<Clip>& clips = m_clips;
     if (position < clips.size()) {
         // The shortcuts are indexed as the scan passes them, so that reaching the records costs
         // no step more than its five tests.
@@ -150,7 +157,7 @@ std::optional<Clip> PickerSearch::itemAt(const DB& db, qsizetype position)
         }
         return clips.at(position);
     }
-    const CollectionRecord& record = db.collectionRecords().at(position - clips.size());
+    const CollectionRecord& record = m_records.at(position - clips.size());
     Clip item = clipForRecord(record);
     item.key = u'/' + record.alias;
     // A shortcut with the record's key in the record's collection stands for it.
@@ -165,10 +172,10 @@ std::optional<Clip> PickerSearch::itemAt(const DB& db, qsizetype position)
     return item;
 }
 
-bool PickerSearch::passesFilters(const DB& db, const Clip& item)
+bool PickerSearch::passesFilters(const Clip& item)
 {
     const QStringList groups = item.allGroups();
-    const QStringList& hidden = db.hiddenCollections();
+    const QStringList& hidden = m_hidden;
     const bool isHidden = inAny(groups, hidden);
     if (showHiddenOnly && !isHidden) {
         return false;
@@ -180,7 +187,7 @@ bool PickerSearch::passesFilters(const DB& db, const Clip& item)
     }
     if (category != allCategoriesName) {
         if (!m_categoryTest) {
-            m_categoryTest.emplace(category, db.collectionDefinitions());
+            m_categoryTest.emplace(category, m_definitions);
         }
         if (!(*m_categoryTest)(item)) {
             return false;

@@ -40,7 +40,7 @@ public:
     bool isLoading() const { return m_loading; }
     bool isExhausted() const { return m_exhausted; }
 
-    // A new search for the current query and filters over `db`, which must outlive the scan.
+    // A new search for the current query and filters over what `db` holds now.
     void restart(const DB& db);
     // About one more page of results; the view asks when its last row comes into sight.
     void loadMore(const DB& db);
@@ -51,13 +51,17 @@ signals:
     void stateChanged(); // loading or exhausted
 
 private:
-    void step(const DB* db, quint64 generation, qsizetype target);
-    std::optional<Clip> itemAt(const DB& db, qsizetype position);
-    bool passesFilters(const DB& db, const Clip& item);
+    void step(quint64 generation, qsizetype target);
+    std::optional<Clip> itemAt(qsizetype position);
+    bool passesFilters(const Clip& item);
     void setState(bool loading, bool exhausted);
 
     Defaults* m_defaults;
     bool m_showHiddenCollections = false;
+    QList<Clip> m_clips; // what the scan walks: the store's lists when the search began
+    QList<CollectionRecord> m_records;
+    QStringList m_hidden;
+    QList<CollectionDefinition> m_definitions;
     QList<Clip> m_results;
     bool m_loading = false;
     bool m_exhausted = false;

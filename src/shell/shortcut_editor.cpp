@@ -107,6 +107,7 @@ std::optional<Clip> clipboardDraft(const QMimeData* data, const QList<Clip>& cli
 ShortcutEditor::ShortcutEditor(DB& db, const std::optional<Clip>& chosen, const QString& defaultGroup, QWidget* parent)
     : QDialog(parent)
     , m_db(db)
+    , m_original(chosen.value_or(Clip()))
     , m_id(chosen ? chosen->id : QUuid::createUuid())
     , m_key(new QLineEdit(this))
     , m_name(new QLineEdit(this))
@@ -198,8 +199,12 @@ ShortcutEditor::ShortcutEditor(DB& db, const std::optional<Clip>& chosen, const 
 
 Clip ShortcutEditor::builtClip() const
 {
-    Clip clip;
+    Clip clip = m_original;
     clip.id = m_id;
+    clip.groups.reset();
+    clip.files.clear();
+    clip.webURL.reset();
+    clip.directMediaPaste.reset();
     clip.group = m_group->currentText().trimmed().isEmpty() ? importedCollection : m_group->currentText().trimmed();
     QStringList further;
     for (int row = 0; row < m_groups->count(); ++row) {
@@ -220,8 +225,8 @@ Clip ShortcutEditor::builtClip() const
     if (!m_url->text().trimmed().isEmpty()) {
         clip.webURL = m_url->text().trimmed();
     }
-    if (m_directMedia->isChecked()) {
-        clip.directMediaPaste = true;
+    if (m_directMedia->isChecked() || m_original.directMediaPaste) {
+        clip.directMediaPaste = m_directMedia->isChecked();
     }
     return clip;
 }

@@ -55,6 +55,7 @@ protected:
 
 private:
     DB& m_db;
+    Clip m_original; // what the form does not show (an application, a portrait's article) stays
     QUuid m_id;
     QLineEdit* m_key;
     QLineEdit* m_name;

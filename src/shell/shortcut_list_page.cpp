@@ -230,6 +230,7 @@ void ShortcutListPage::setCurrentPage(int page)
 void ShortcutListPage::showPage()
 {
     const QList<Clip> paged = pagedClips();
+    m_table->clearSelection(); // a row number may now stand for another shortcut
     m_table->setRowCount(int(paged.size()));
     for (int row = 0; row < paged.size(); ++row) {
         const Clip& clip = paged.at(row);

@@ -109,6 +109,10 @@ bool TavoApplication::start()
     connect(m_delegate.get(), &QuillAppDelegate::tapFailed, this, [this](const QString& reason) {
         m_window->setKeyboardProblem(reason);
         showNotice(tapFailedNotice);
+        if (m_tray && !m_window->isVisible()) {
+            // Nothing expands until this is fixed: worth a message even with the window closed.
+            m_tray->showMessage(QStringLiteral("Tavo"), tapFailedNotice, QSystemTrayIcon::Warning, 8000);
+        }
     });
     connect(m_delegate.get(), &QuillAppDelegate::tapInstalled, this, [this] {
         qCInfo(lcShell) << "keyboard tap running";

@@ -216,6 +216,16 @@ void TestMainWindow::editorSavesByItsRules()
     QCOMPARE(m_db->clips().size(), 1);
     QCOMPARE(m_db->clips().first().id, saved.id);
     QCOMPARE(m_db->clips().first().name, QStringLiteral("Renamed"));
+
+    // What the form does not show stays: a portrait's article, an application to launch.
+    Clip portrait = m_db->clips().first();
+    portrait.defaultMediaArticle = QStringLiteral("Alan_Turing");
+    portrait.appBundleIdentifier = QStringLiteral("org.example.viewer");
+    m_db->setClips({portrait});
+    ShortcutEditor third(*m_db, portrait, QString());
+    third.accept();
+    QCOMPARE(m_db->clips().first().defaultMediaArticle, portrait.defaultMediaArticle);
+    QCOMPARE(m_db->clips().first().appBundleIdentifier, portrait.appBundleIdentifier);
 }
 
 void TestMainWindow::pagesOfFifty()

@@ -1226,6 +1226,18 @@ void X11KeyboardTap::Worker::changeGrabs(std::size_t id, Combinations combinatio
 void X11KeyboardTap::Worker::syncPassiveGrabs()
 {
     GrabState wanted = desiredGrabs();
+    // The hold grabs are many and short-lived: only under the current locks.
+    const Combinations holdCombinations =
+        m_hold.active ? combinationsWithLocksOf(currentModifiers(XKB_STATE_MODS_EFFECTIVE)) : Combinations(0);
+    // With no focus window of its own (PointerRoot), the hold shares the root with the other
+    // grabs: one set of books, or one side would ungrab what the other still counts on.
+    const bool holdOnRoot = m_holdWindow == m_root;
+    if (holdOnRoot) {
+        for (std::size_t keycode = 0; keycode < 256; ++keycode) {
+            if (m_holdKeys.test(keycode))
+                wanted[keycode] |= holdCombinations;
+        }
+    }
     for (std::size_t id = 0; id < GrabIds; ++id) {
         const Combinations added = wanted[id] & ~m_grabbed[id];
         Combinations removed = m_grabbed[id] & ~wanted[id];
@@ -1241,13 +1253,11 @@ void X11KeyboardTap::Worker::syncPassiveGrabs()
         m_grabbed[id] = wanted[id];
     }
 
-    // The hold grabs are many and short-lived: only under the current locks, and only where
-    // the root's grabs leave a key open.
-    const Combinations combinations =
-        m_hold.active ? combinationsWithLocksOf(currentModifiers(XKB_STATE_MODS_EFFECTIVE)) : Combinations(0);
+    // On the focus window: only where the root's grabs leave a key open.
     for (std::size_t keycode = 0; keycode < m_holdGrabbed.size(); ++keycode) {
-        const Combinations wantedHere =
-            m_holdKeys.test(keycode) ? Combinations(combinations & ~m_grabbed[keycode]) : Combinations(0);
+        const Combinations wantedHere = m_holdKeys.test(keycode) && !holdOnRoot
+                                            ? Combinations(holdCombinations & ~m_grabbed[keycode])
+                                            : Combinations(0);
         const Combinations added = wantedHere & ~m_holdGrabbed[keycode];
         const Combinations removed = m_holdGrabbed[keycode] & ~wantedHere;
         if (added)
