@@ -129,7 +129,8 @@ void ExpansionRunner::autoExpand(const QString& trigger, const QString& suffix, 
 void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
 {
     m_delegate.setTriggerTracking(false);
-    emit hidePickerRequested();
+    // The panel goes once the keys and the chord are out: unmapping it would only delay them.
+    QMetaObject::invokeMethod(this, &ExpansionRunner::hidePickerRequested, Qt::QueuedConnection);
     if (plan.givesEndingKeyBack()) { // the picker's inline commands arrive with the picker
         finishWithoutPaste(true);
         return;
