@@ -31,7 +31,7 @@ namespace tavo {
 
 namespace {
 
-Q_LOGGING_CATEGORY(lcWindow, "tavo.shell.window")
+Q_LOGGING_CATEGORY(lcWindow, "tavo.shell.window", QtWarningMsg)
 
 const QString geometryKey = QStringLiteral("tavoMainWindowGeometry");
 const QStringList listSections = {QStringLiteral("My shortcuts"), QStringLiteral("Live & dynamic"),

@@ -21,7 +21,7 @@ namespace tavo {
 
 namespace {
 
-Q_LOGGING_CATEGORY(lcStore, "tavo.store")
+Q_LOGGING_CATEGORY(lcStore, "tavo.store", QtWarningMsg)
 
 const QString clipsFile = QStringLiteral("clips.json");
 const QString collectionsFile = QStringLiteral("collections.json");
