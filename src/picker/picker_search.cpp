@@ -15,12 +15,6 @@ namespace {
 const QString showHiddenKey = QStringLiteral("tavoPickerShowHiddenCollections");
 constexpr qsizetype keyChunkSize = 4096;
 
-bool inAny(const QStringList& groups, const QStringList& names)
-{
-    return std::any_of(groups.cbegin(), groups.cend(),
-                       [&](const QString& group) { return names.contains(group, Qt::CaseInsensitive); });
-}
-
 } // namespace
 
 QString pickerShortKey(const QString& key)
@@ -164,7 +158,7 @@ std::optional<Clip> PickerSearch::itemAt(qsizetype position)
     const QString folded = item.key.toLower();
     for (const QMultiHash<QString, qsizetype>& chunk : m_clipsByKey) {
         for (auto it = chunk.constFind(folded); it != chunk.constEnd() && it.key() == folded; ++it) {
-            if (*it < clips.size() && inAny(clips.at(*it).allGroups(), {record.collection})) {
+            if (*it < clips.size() && clipHasGroup(clips.at(*it), record.collection)) {
                 return std::nullopt;
             }
         }
@@ -174,15 +168,13 @@ std::optional<Clip> PickerSearch::itemAt(qsizetype position)
 
 bool PickerSearch::passesFilters(const Clip& item)
 {
-    const QStringList groups = item.allGroups();
-    const QStringList& hidden = m_hidden;
-    const bool isHidden = inAny(groups, hidden);
-    if (showHiddenOnly && !isHidden) {
-        return false;
-    }
-    if (!showHiddenOnly && !m_showHiddenCollections &&
-        std::all_of(groups.cbegin(), groups.cend(),
-                    [&](const QString& group) { return hidden.contains(group, Qt::CaseInsensitive); })) {
+    if (showHiddenOnly) {
+        const bool isHidden = std::any_of(m_hidden.cbegin(), m_hidden.cend(),
+                                          [&](const QString& name) { return clipHasGroup(item, name); });
+        if (!isHidden) {
+            return false;
+        }
+    } else if (!m_showHiddenCollections && !isClipVisible(item, m_hidden)) {
         return false;
     }
     if (category != allCategoriesName) {
@@ -193,7 +185,7 @@ bool PickerSearch::passesFilters(const Clip& item)
             return false;
         }
     }
-    if (collection != allCollectionsName && !inAny(groups, {collection})) {
+    if (collection != allCollectionsName && !clipHasGroup(item, collection)) {
         return false;
     }
     return matches(item);

@@ -4,7 +4,6 @@
 #include "shell/shortcut_editor.h"
 #include "shell/shortcut_list_page.h"
 #include "store/accounts.h"
-#include "store/collection_rules.h"
 #include "store/defaults.h"
 #include "store/profile_store.h"
 
@@ -20,7 +19,6 @@
 #include <QListWidget>
 #include <QLoggingCategory>
 #include <QMenu>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QStandardPaths>
@@ -249,27 +247,11 @@ void MainWindow::addClipboardShortcut()
     openEditor(draft);
 }
 
-void MainWindow::confirmDelete(const Clip& clip)
-{
-    QMessageBox confirm(QMessageBox::Question, QStringLiteral("Delete"), deleteShortcutQuestion,
-                        QMessageBox::Yes | QMessageBox::Cancel, this);
-    confirm.setInformativeText(deleteShortcutDetail(displayTrigger(clip.key)));
-    if (confirm.exec() != QMessageBox::Yes) {
-        return;
-    }
-    QList<Clip> clips = m_db.clips();
-    clips.removeIf([&](const Clip& each) { return each.id == clip.id; });
-    m_db.setClips(std::move(clips));
-    m_db.save();
-    setNotice(QStringLiteral("Shortcut deleted."));
-}
-
 void MainWindow::showAccountState()
 {
     if (m_accounts.isAuthenticated()) {
         m_signedInAs->setText(QStringLiteral("Signed in as ") + m_accounts.currentUsername());
-        m_screens->setCurrentIndex(1);
-        m_list->refreshVisibleClips();
+        m_screens->setCurrentIndex(1); // the list follows the profile's activation
     } else {
         m_notice->clear();
         m_list->clear();

@@ -45,8 +45,6 @@ public:
     // The editor over the window: a shortcut to edit or a draft, or nothing for a new one.
     void openEditor(const std::optional<Clip>& chosen, const QString& defaultGroup = {});
     void addClipboardShortcut();
-    // Asks, then deletes one shortcut (from the picker's row).
-    void confirmDelete(const Clip& clip);
     void newShortcut(const QString& group = {});
 
     // Registration or workspace, as the account says; a new account's screen starts clean.

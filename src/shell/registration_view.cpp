@@ -3,6 +3,7 @@
 #include "store/accounts.h"
 
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -58,9 +59,15 @@ RegistrationView::RegistrationView(TavoAccountStore& accounts, QWidget* parent)
         layout->addWidget(label);
     }
 
+    // Centred by stretches, not by an alignment flag: an aligned widget gets only its size hint,
+    // which leaves wrapped notes a line short.
+    auto* row = new QHBoxLayout;
+    row->addStretch();
+    row->addWidget(card);
+    row->addStretch();
     auto* outer = new QVBoxLayout(this);
     outer->addStretch();
-    outer->addWidget(card, 0, Qt::AlignHCenter);
+    outer->addLayout(row);
     outer->addStretch(2);
 
     setFocusProxy(m_username);

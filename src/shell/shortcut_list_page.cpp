@@ -260,7 +260,11 @@ QList<Clip> ShortcutListPage::selectedClips() const
 
 void ShortcutListPage::deleteSelected()
 {
-    const QList<Clip> selected = selectedClips();
+    confirmAndDelete(selectedClips());
+}
+
+void ShortcutListPage::confirmAndDelete(const QList<Clip>& selected)
+{
     if (selected.isEmpty()) {
         return;
     }

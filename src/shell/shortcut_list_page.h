@@ -44,6 +44,8 @@ public:
 
     // Asks, then deletes; the texts are the confirmations of the list.
     void deleteSelected();
+    // Asks about `clips` (one: by its key), then deletes them; the picker's rows come here too.
+    void confirmAndDelete(const QList<Clip>& clips);
     // Moves the selection to chosen collections, or adds them, through a small sheet.
     void moveSelected();
     // One rename rule over the selection, checked against the whole library first.

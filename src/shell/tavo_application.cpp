@@ -185,7 +185,7 @@ void TavoApplication::connectPicker()
     });
     connect(picker, &PickerPanel::deleteRequested, this, [this](const Clip& clip) {
         showMainWindow();
-        m_window->confirmDelete(clip);
+        m_window->shortcutList()->confirmAndDelete({clip});
     });
     connect(picker, &PickerPanel::quickAddRequested, this, [this](const QString& action) {
         showMainWindow();
@@ -202,8 +202,8 @@ void TavoApplication::activateSignedInProfile()
 {
     m_db->activateProfile(m_accounts->currentUsername(), m_accounts->legacyEmailToMigrate());
     m_db->watchForChanges();
-    m_window->shortcutList()->refreshVisibleClips();
-    // After the first refresh: the list follows the seeds in as they come.
+    // Activation has refreshed the list (it follows every change of the shortcuts); the seeds
+    // come in after it.
     seedDefaultShortcuts(*m_db, QStringLiteral("tavo"), QCoreApplication::applicationFilePath());
 }
 

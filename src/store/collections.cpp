@@ -119,22 +119,6 @@ bool equalsIgnoringCase(const QString& a, const QString& b)
     return a.compare(b, Qt::CaseInsensitive) == 0;
 }
 
-// Whether `name` is one of the clip's collections, ignoring case, without building allGroups.
-bool clipHasGroup(const Clip& clip, const QString& name)
-{
-    if (equalsIgnoringCase(clip.group, name)) {
-        return true;
-    }
-    if (clip.groups) {
-        for (const QString& group : *clip.groups) {
-            if (equalsIgnoringCase(group, name)) {
-                return true;
-            }
-        }
-    }
-    return false;
-}
-
 // Hidden names, case-folded. A user hides a handful of collections, and comparing with each of
 // them ignoring case costs no allocation; a long list is looked up folded in a set instead.
 class HiddenSet
@@ -703,6 +687,21 @@ QString collectionSymbol(const QString& name)
         {QStringLiteral("imported"), QStringLiteral("square.and.arrow.down")},
     };
     return symbols.value(name.toLower(), QStringLiteral("folder.fill"));
+}
+
+bool clipHasGroup(const Clip& clip, const QString& name)
+{
+    if (equalsIgnoringCase(clip.group, name)) {
+        return true;
+    }
+    if (clip.groups) {
+        for (const QString& group : *clip.groups) {
+            if (equalsIgnoringCase(group, name)) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 bool isClipVisible(const Clip& clip, const QStringList& hidden)

@@ -166,6 +166,9 @@ inline const QString allCollectionsName = QStringLiteral("All collections");
 // Whether a clip shows while `hidden` collections are hidden: one of its collections is not.
 bool isClipVisible(const Clip& clip, const QStringList& hidden);
 
+// Whether `name` is one of the clip's collections, ignoring case, without building allGroups.
+bool clipHasGroup(const Clip& clip, const QString& name);
+
 QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hidden, const QString& query,
                                 const QString& section, const QString& collection, bool includeHidden);
 

@@ -1,4 +1,5 @@
-#include <QDirIterator>
+#include "e2e_support.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -25,14 +26,8 @@ struct XkbStateRec
 extern "C" int XkbGetState(_XDisplay* display, unsigned int device, XkbStateRec* state);
 constexpr unsigned int XkbUseCoreKbd = 0x0100;
 
-QStringList words(std::initializer_list<const char*> list)
-{
-    QStringList result;
-    for (const char* word : list) {
-        result << QString::fromUtf8(word);
-    }
-    return result;
-}
+using e2e::words;
+using e2e::xdotool;
 
 // Counts the Escape presses that reach a window.
 class EscapeCounter : public QObject
@@ -87,13 +82,13 @@ private slots:
 private:
     static int tavoctl(const QStringList& arguments, const QByteArray& input = {});
     static void type(const QString& text, int delayMs = 12);
-    static void xdotool(const QStringList& arguments);
     static void steps(const QStringList& steps);
     static void setLayout(const QStringList& arguments);
     QString typedText() const { return m_editor->toPlainText(); }
 
-    QProcess m_tavo;
-    QByteArray m_tavoLog;
+    e2e::TavoRun m_tavoRun;
+    QProcess& m_tavo = m_tavoRun.process;
+    QByteArray& m_tavoLog = m_tavoRun.log;
     std::unique_ptr<QPlainTextEdit> m_editor;
 };
 
@@ -114,14 +109,6 @@ void TestExpansionEndToEnd::type(const QString& text, int delayMs)
     xdotool.start(QStringLiteral("xdotool"),
                   {QStringLiteral("type"), QStringLiteral("--delay"), QString::number(delayMs), text});
     QVERIFY(xdotool.waitForFinished(30000));
-}
-
-void TestExpansionEndToEnd::xdotool(const QStringList& arguments)
-{
-    QProcess process;
-    process.start(QStringLiteral("xdotool"), arguments);
-    QVERIFY(process.waitForFinished(30000));
-    QCOMPARE(process.exitCode(), 0);
 }
 
 void TestExpansionEndToEnd::steps(const QStringList& steps)
@@ -156,28 +143,13 @@ void TestExpansionEndToEnd::initTestCase()
     m_editor->show();
     QVERIFY(QTest::qWaitForWindowActive(m_editor.get()));
 
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QT_LOGGING_RULES"),
-               qEnvironmentVariable("TAVO_E2E_LOGGING", QStringLiteral("tavo.*.info=true")));
-    m_tavo.setProcessEnvironment(env);
-    m_tavo.setProcessChannelMode(QProcess::MergedChannels);
-    connect(&m_tavo, &QProcess::readyRead, this, [this] { m_tavoLog += m_tavo.readAll(); });
-    m_tavo.start(QStringLiteral(TAVO_PATH));
-    QVERIFY(m_tavo.waitForStarted());
+    m_tavoRun.start();
     QTRY_VERIFY_WITH_TIMEOUT(m_tavoLog.contains("keyboard tap running"), 15000);
 }
 
 void TestExpansionEndToEnd::cleanupTestCase()
 {
-    m_tavo.terminate();
-    if (!m_tavo.waitForFinished(5000)) {
-        m_tavo.kill();
-    }
-    // Tavo's own account of the run, for a look after a failure.
-    QFile log(QDir::home().filePath(QStringLiteral("tavo.log")));
-    if (log.open(QIODevice::WriteOnly)) {
-        log.write(m_tavoLog);
-    }
+    m_tavoRun.stop();
 }
 
 void TestExpansionEndToEnd::init()
@@ -437,15 +409,7 @@ void TestExpansionEndToEnd::thePickerFollowsTheTriggerWithoutTakingTheKeyboard()
 void TestExpansionEndToEnd::aBusyApplicationHoldsNoKey()
 {
     // A library of 150,000 shortcuts arrives on disk: Tavo's main thread reads it for a good while.
-    QString clipsPath;
-    QDirIterator files(QDir::homePath(), {QStringLiteral("clips.json")}, QDir::Files, QDirIterator::Subdirectories);
-    while (files.hasNext() && clipsPath.isEmpty()) {
-        const QString path = files.next();
-        QFile file(path);
-        if (file.open(QIODevice::ReadOnly) && file.readAll().contains("Thank you!")) {
-            clipsPath = path;
-        }
-    }
+    const QString clipsPath = e2e::profileFileWith(QStringLiteral("clips.json"), "Thank you!");
     QVERIFY(!clipsPath.isEmpty());
     QFile current(clipsPath);
     QVERIFY(current.open(QIODevice::ReadOnly));

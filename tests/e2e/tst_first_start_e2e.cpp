@@ -1,4 +1,5 @@
-#include <QDirIterator>
+#include "e2e_support.h"
+
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QtTest>
@@ -17,34 +18,19 @@ private slots:
     void aNewShortcutExpandsAtOnce();
 
 private:
-    static void xdotool(const QStringList& arguments);
     static QString seededClips();
 
-    QProcess m_tavo;
-    QByteArray m_tavoLog;
+    e2e::TavoRun m_tavoRun;
+    QByteArray& m_tavoLog = m_tavoRun.log;
     QString m_openedLog;
 };
 
-void TestFirstStart::xdotool(const QStringList& arguments)
-{
-    QProcess process;
-    process.start(QStringLiteral("xdotool"), arguments);
-    QVERIFY(process.waitForFinished(30000));
-}
+using e2e::xdotool;
 
 QString TestFirstStart::seededClips()
 {
-    QDirIterator files(QDir::homePath(), {QStringLiteral("clips.json")}, QDir::Files, QDirIterator::Subdirectories);
-    while (files.hasNext()) {
-        QFile file(files.next());
-        if (file.open(QIODevice::ReadOnly)) {
-            const QString text = QString::fromUtf8(file.readAll());
-            if (text.contains(QLatin1String("/google.web"))) {
-                return text;
-            }
-        }
-    }
-    return {};
+    QFile file(e2e::profileFileWith(QStringLiteral("clips.json"), "/google.web"));
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
 void TestFirstStart::initTestCase()
@@ -61,38 +47,19 @@ void TestFirstStart::initTestCase()
 
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("PATH"), bin + u':' + env.value(QStringLiteral("PATH")));
-    env.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("tavo.*.info=true"));
-    m_tavo.setProcessEnvironment(env);
-    m_tavo.setProcessChannelMode(QProcess::MergedChannels);
-    connect(&m_tavo, &QProcess::readyRead, this, [this] { m_tavoLog += m_tavo.readAll(); });
-    m_tavo.start(QStringLiteral(TAVO_PATH));
-    QVERIFY(m_tavo.waitForStarted());
+    m_tavoRun.start(env);
 }
 
 void TestFirstStart::cleanupTestCase()
 {
-    m_tavo.terminate();
-    if (!m_tavo.waitForFinished(5000)) {
-        m_tavo.kill();
-    }
-    QFile log(QDir::home().filePath(QStringLiteral("tavo.log")));
-    if (log.open(QIODevice::WriteOnly)) {
-        log.write(m_tavoLog);
-    }
+    m_tavoRun.stop();
 }
 
 void TestFirstStart::registrationComesFirst()
 {
     // The window opens on the registration screen with the username field ready for typing.
     QTRY_VERIFY_WITH_TIMEOUT(m_tavoLog.contains("keyboard tap running"), 15000);
-    QProcess search;
-    QTRY_VERIFY_WITH_TIMEOUT(
-        [&] {
-            search.start(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                                                     QStringLiteral("--name"), QStringLiteral("^Tavo$")});
-            return search.waitForFinished(5000) && search.exitCode() == 0;
-        }(),
-        10000);
+    QTRY_VERIFY_WITH_TIMEOUT(!e2e::visibleWindow(QStringLiteral("^Tavo$")).isEmpty(), 10000);
     QTest::qWait(300);
     xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("15"), QStringLiteral("robin")});
     xdotool({QStringLiteral("key"), QStringLiteral("Tab")});
@@ -130,11 +97,7 @@ void TestFirstStart::aSeededWebsiteOpens()
 void TestFirstStart::aNewShortcutExpandsAtOnce()
 {
     // Made in Tavo's own editor, by keyboard as a person would.
-    QProcess search;
-    search.start(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                                             QStringLiteral("--name"), QStringLiteral("^Tavo$")});
-    QVERIFY(search.waitForFinished(5000));
-    const QString window = QString::fromLatin1(search.readAllStandardOutput()).split(u'\n').first().trimmed();
+    const QString window = e2e::visibleWindow(QStringLiteral("^Tavo$"));
     QVERIFY(!window.isEmpty());
     xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), window});
     xdotool({QStringLiteral("key"), QStringLiteral("ctrl+n")});
