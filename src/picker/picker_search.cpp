@@ -113,6 +113,14 @@ void PickerSearch::step(quint64 generation, qsizetype target)
         return; // a newer search owns the results now
     }
     const qsizetype total = m_clips.size() + m_records.size();
+    if (m_indexedUpTo < m_clips.size() &&
+        (m_clipsByKey.empty() || m_clipsByKey.back().size() > keyChunkSize - stepSize)) {
+        // A fresh chunk of the key index takes a turn of its own: its allocation costs more
+        // than five tests.
+        m_clipsByKey.emplace_back().reserve(keyChunkSize);
+        QTimer::singleShot(0, this, [this, generation, target] { step(generation, target); });
+        return;
+    }
     if (m_results.size() < target && m_scanIndex < total) {
         const qsizetype end = qMin(m_scanIndex + stepSize, total);
         const qsizetype before = m_results.size();
@@ -141,11 +149,8 @@ std::optional<Clip> PickerSearch::itemAt(qsizetype position)
         // The shortcuts are indexed as the scan passes them, so that reaching the records costs
         // no step more than its five tests.
         if (position == m_indexedUpTo) {
-            // In chunks of a bounded size: one growing table would stop a step for a rehash of
-            // every key seen so far.
-            if (m_clipsByKey.empty() || m_clipsByKey.back().size() >= keyChunkSize) {
-                m_clipsByKey.emplace_back().reserve(keyChunkSize);
-            }
+            // In chunks of a bounded size, made ready by step(): one growing table would stop a
+            // step for a rehash of every key seen so far.
             m_clipsByKey.back().insert(clips.at(position).key.toLower(), position);
             ++m_indexedUpTo;
         }
