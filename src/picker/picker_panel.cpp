@@ -12,6 +12,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
+#include <QLoggingCategory>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPushButton>
@@ -21,6 +22,7 @@
 #include <QStackedWidget>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <QWindow>
 
 namespace tavo {
 
@@ -33,6 +35,9 @@ const QString collectionKey = QStringLiteral("tavoPickerCollection");
 const QString themeKey = QStringLiteral("quillTheme");
 const QString transparencyKey = QStringLiteral("tavoPickerTransparency");
 constexpr double defaultTransparency = 0.1;
+constexpr double imageModeAreaPercent = 0.25;
+
+Q_LOGGING_CATEGORY(lcPicker, "tavo.picker", QtWarningMsg)
 
 QRect pointerScreenFrame()
 {
@@ -112,10 +117,14 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
         m_defaults.setNumber(transparencyKey, percent / 100.0);
         showTransparency(percent);
     });
+    auto* resize = new QPushButton(QStringLiteral("Size"), this);
+    resize->setToolTip(QStringLiteral("Resize popup"));
+    resize->setCheckable(true);
     auto* close = new QPushButton(QStringLiteral("✕"), this);
+    close->setMaximumWidth(36);
     close->setToolTip(QStringLiteral("Close popup"));
-    for (QWidget* button : std::initializer_list<QWidget*>{home, open, manage, close, area, transparency, m_category,
-                                                           m_collection, m_showHidden, m_hiddenOnly}) {
+    for (QWidget* button : std::initializer_list<QWidget*>{home, resize, open, manage, close, area, transparency,
+                                                           m_category, m_collection, m_showHidden, m_hiddenOnly}) {
         button->setFocusPolicy(Qt::NoFocus);
     }
     connect(home, &QPushButton::clicked, this, &PickerPanel::resetPosition);
@@ -144,36 +153,65 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     m_body->addWidget(m_rows);
     m_body->addWidget(empty);
 
+    // Every row gives way to the size the screen share allows: labels clip, menus shorten, and
+    // the rows take what height is left.
+    title->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    hint->setWordWrap(true);
+    for (QComboBox* menu : {m_category, m_collection}) {
+        menu->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+        menu->setMinimumContentsLength(8);
+    }
     auto* header = new QHBoxLayout;
-    header->addWidget(title);
-    header->addStretch();
+    header->addWidget(title, 1);
     header->addWidget(home);
-    header->addWidget(manage);
-    header->addWidget(open);
+    header->addWidget(resize);
     header->addWidget(close);
     auto* scope = new QHBoxLayout;
-    scope->addWidget(m_category);
-    scope->addWidget(m_collection);
-    scope->addWidget(m_showHidden);
-    scope->addWidget(m_hiddenOnly);
-    scope->addStretch();
-    auto* size = new QHBoxLayout;
+    scope->addWidget(m_category, 1);
+    scope->addWidget(m_collection, 1);
+    auto* hidden = new QHBoxLayout;
+    hidden->addWidget(m_showHidden);
+    hidden->addWidget(m_hiddenOnly);
+    hidden->addStretch();
+    auto* footer = new QHBoxLayout;
+    footer->addWidget(manage);
+    footer->addWidget(open);
+    footer->addStretch();
+    // The size controls show on demand: most openings only want the rows.
+    auto* sizeRow = new QWidget(this);
+    auto* size = new QHBoxLayout(sizeRow);
+    size->setContentsMargins(0, 0, 0, 0);
+    area->setParent(sizeRow);
+    transparency->setParent(sizeRow);
+    transparencyText->setParent(sizeRow);
     size->addWidget(area);
-    size->addWidget(new QLabel(QStringLiteral("Transparency"), this));
-    size->addWidget(transparency);
+    size->addWidget(new QLabel(QStringLiteral("Transparency"), sizeRow));
+    size->addWidget(transparency, 1);
     size->addWidget(transparencyText);
-    size->addStretch();
+    sizeRow->setVisible(false);
+    connect(resize, &QPushButton::toggled, sizeRow, &QWidget::setVisible);
     auto* layout = new QVBoxLayout(this);
+    layout->setSizeConstraint(QLayout::SetNoConstraint); // the window's size is the screen share's
+    layout->setContentsMargins(8, 6, 8, 6);
+    layout->setSpacing(4);
     layout->addLayout(header);
     layout->addWidget(hint);
     layout->addWidget(m_query);
     layout->addLayout(scope);
+    layout->addLayout(hidden);
     layout->addWidget(m_resultLine);
     layout->addWidget(m_body, 1);
-    layout->addLayout(size); // below the rows: the first row stays where the eye expects it
+    layout->addLayout(footer); // below the rows: the first row stays where the eye expects it
+    layout->addWidget(sizeRow);
 
     connect(&m_search, &PickerSearch::resultsChanged, this, &PickerPanel::showResults);
-    connect(&m_search, &PickerSearch::stateChanged, this, &PickerPanel::showResults);
+    connect(&m_search, &PickerSearch::stateChanged, this, [this] {
+        showResults();
+        if (!m_search.isLoading() && (m_search.isExhausted() || !m_search.results().isEmpty())) {
+            qCInfo(lcPicker).noquote() << "picker shows" << m_search.results().size() << "results for"
+                                       << QStringLiteral("\"%1\"").arg(m_search.value);
+        }
+    });
     connect(m_rows, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) {
         const int row = m_rows->row(item);
         if (row >= 0 && row < m_search.results().size()) {
@@ -293,7 +331,40 @@ void PickerPanel::hidePanel()
 {
     m_queryQueued = false;
     hide();
+    setRefusesFocus(true); // the next opening leaves the keyboard where it is again
     m_search.value.clear();
+}
+
+bool PickerPanel::refusesFocus() const
+{
+    return windowFlags().testFlag(Qt::WindowDoesNotAcceptFocus);
+}
+
+void PickerPanel::setRefusesFocus(bool refuses)
+{
+    if (refuses == refusesFocus()) {
+        return;
+    }
+    // Through the window's handle: setWindowFlags() would make a new window, which would blink
+    // and lose its place.
+    Qt::WindowFlags flags = windowFlags();
+    flags.setFlag(Qt::WindowDoesNotAcceptFocus, refuses);
+    overrideWindowFlags(flags);
+    if (QWindow* handle = windowHandle()) {
+        handle->setFlags(flags);
+    }
+    setAttribute(Qt::WA_ShowWithoutActivating, refuses);
+}
+
+void PickerPanel::focusTextField(QWidget* field)
+{
+    if (!isVisible() || !isAncestorOf(field)) {
+        return;
+    }
+    setRefusesFocus(false);
+    field->setFocusPolicy(Qt::StrongFocus);
+    activateWindow();
+    field->setFocus(Qt::OtherFocusReason);
 }
 
 void PickerPanel::setQuery(const QString& text)
@@ -337,9 +408,19 @@ void PickerPanel::resetPosition()
 
 void PickerPanel::resizePopup()
 {
-    // The top-left corner stays where it is; the frame stays on the screen.
-    const QRect frame = pointerScreenFrame();
-    const QSizeF size = pickerPopupSize(frame.size(), m_defaults.number(areaKey).value_or(defaultPickerAreaPercent));
+    fitInto(m_defaults.number(areaKey).value_or(defaultPickerAreaPercent));
+}
+
+void PickerPanel::resizeForImageMode(bool large)
+{
+    fitInto(large ? imageModeAreaPercent : m_defaults.number(areaKey).value_or(defaultPickerAreaPercent));
+}
+
+void PickerPanel::fitInto(double areaPercent)
+{
+    // On the screen the panel stands on, from the same top-left corner, and still on it.
+    const QRect frame = isVisible() && screen() ? screen()->availableGeometry() : pointerScreenFrame();
+    const QSizeF size = pickerPopupSize(frame.size(), areaPercent);
     resize(size.toSize());
     move(pickerOrigin(frame, size, QPointF(pos())).toPoint());
 }
@@ -360,7 +441,12 @@ void PickerPanel::showResults()
     }
     for (qsizetype row = m_rows->count(); row < results.size(); ++row) {
         const Clip& clip = results.at(row);
-        m_rows->addItem(clip.name + QStringLiteral("   ") + displayTrigger(clip.key));
+        // A name that only repeats the key gives its place to the start of the text.
+        const QString trigger = displayTrigger(clip.key);
+        const QString name = clip.name.startsWith(u'/') || clip.name.startsWith(u'\\') ? clip.name.mid(1) : clip.name;
+        const QString label = name.isEmpty() || u'\\' + name == trigger ? clip.text.simplified().left(80) : clip.name;
+        auto* item = new QListWidgetItem(label + QStringLiteral("   ") + trigger, m_rows);
+        item->setToolTip(clip.text.left(300));
     }
     const QString count =
         results.size() == 1 ? QStringLiteral("1 result") : QStringLiteral("%1 results").arg(results.size());

@@ -39,6 +39,13 @@ public:
     void resetPosition();
     // The size of the stored share of the screen, from the same top-left corner.
     void resizePopup();
+    // The image command's face takes the largest share of the screen; false goes back to the
+    // stored one. The top-left corner stays, the frame stays on the screen.
+    void resizeForImageMode(bool large);
+    // For a face that owns text input (an image prompt, a prompt or rewrite editor): the panel
+    // stops refusing the focus and gives it to `field`, one of its own widgets, until it closes.
+    void focusTextField(QWidget* field);
+    bool refusesFocus() const;
 
 signals:
     void chosen(const Clip& clip);
@@ -59,6 +66,8 @@ private:
     void maybeLoadMore();
     void restart();
     void choose(const Clip& clip);
+    void setRefusesFocus(bool refuses);
+    void fitInto(double areaPercent);
 
     Defaults& m_defaults;
     PickerSearch m_search;

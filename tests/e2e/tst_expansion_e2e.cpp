@@ -85,6 +85,7 @@ private:
     static void steps(const QStringList& steps);
     static void setLayout(const QStringList& arguments);
     QString typedText() const { return m_editor->toPlainText(); }
+    int pickerResults(const QString& query) const;
 
     e2e::TavoRun m_tavoRun;
     QProcess& m_tavo = m_tavoRun.process;
@@ -353,6 +354,21 @@ void TestExpansionEndToEnd::aSecondStartLeavesTheFirstInCharge()
     QCOMPARE(m_tavo.state(), QProcess::Running);
 }
 
+// How many rows the picker's finished search for `query` showed, from Tavo's log; -1 before it
+// has.
+int TestExpansionEndToEnd::pickerResults(const QString& query) const
+{
+    static const QRegularExpression line(QStringLiteral("picker shows (\\d+) results for \"([^\"]*)\""));
+    int count = -1;
+    for (auto match = line.globalMatch(QString::fromUtf8(m_tavoLog)); match.hasNext();) {
+        const QRegularExpressionMatch each = match.next();
+        if (each.captured(2) == query) {
+            count = each.captured(1).toInt();
+        }
+    }
+    return count;
+}
+
 // The picker window's geometry, or an empty rectangle while none is shown.
 static QRect pickerGeometry()
 {
@@ -381,18 +397,21 @@ void TestExpansionEndToEnd::thePickerFollowsTheTriggerWithoutTakingTheKeyboard()
     QTRY_VERIFY_WITH_TIMEOUT(!pickerGeometry().isEmpty(), 5000);
     // The window in front keeps the keyboard: what is typed next still arrives there.
     QVERIFY(m_editor->isActiveWindow());
+    QTRY_VERIFY_WITH_TIMEOUT(pickerResults(QStringLiteral("th")) >= 0, 5000);
     type(QStringLiteral("x"));
     QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("\\thx"), 5000);
     const QRect panel = pickerGeometry();
     QVERIFY(panel.top() >= 0 && panel.left() >= 0 && panel.right() <= 1280 && panel.bottom() <= 800);
-    QTest::qWait(300); // the search has narrowed to the one shortcut called so
+    // Typing narrows the rows, down to the one shortcut called so.
+    QTRY_COMPARE_WITH_TIMEOUT(pickerResults(QStringLiteral("thx")), 1, 5000);
+    QVERIFY(pickerResults(QStringLiteral("th")) > 1);
     // A picture of the panel, kept with the test's files for a look.
     QProcess::execute(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"),
                                                  QDir::home().filePath(QStringLiteral("picker.png"))});
 
     // A click on the first row pastes it and takes the typed trigger away.
     xdotool(words({"mousemove", QByteArray::number(panel.left() + 60).constData(),
-                   QByteArray::number(panel.top() + 135).constData(), "click", "1"}));
+                   QByteArray::number(panel.top() + 150).constData(), "click", "1"}));
     QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("Thank you!"), 5000);
     QTRY_VERIFY_WITH_TIMEOUT(pickerGeometry().isEmpty(), 5000);
     QVERIFY(m_editor->isActiveWindow());

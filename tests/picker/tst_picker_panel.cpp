@@ -24,6 +24,8 @@ private slots:
     void onlyTheNewestQueryApplies();
     void chooseFirstWithoutResultsStaysOpen();
     void aHiddenRememberedCollectionGivesWayToAll();
+    void rowLabels_data();
+    void rowLabels();
 
 private:
     std::unique_ptr<QTemporaryDir> m_dir;
@@ -103,6 +105,36 @@ void TestPickerPanel::aHiddenRememberedCollectionGivesWayToAll()
     PickerPanel panel(*m_defaults);
     panel.showFor(*m_db);
     QCOMPARE(panel.search().collection, allCollectionsName);
+}
+
+void TestPickerPanel::rowLabels_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("row");
+    QTest::newRow("a name of its own") << u"Greeting"_s << u"/hi"_s << u"Greeting   \\hi"_s;
+    QTest::newRow("a name that repeats the key") << u"/hi"_s << u"/hi"_s << u"Hello there, friend   \\hi"_s;
+    QTest::newRow("the key without its slash") << u"hi"_s << u"/hi"_s << u"Hello there, friend   \\hi"_s;
+    QTest::newRow("no name") << QString() << u"/hi"_s << u"Hello there, friend   \\hi"_s;
+}
+
+void TestPickerPanel::rowLabels()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, key);
+    QFETCH(QString, row);
+    Clip clip;
+    clip.name = name;
+    clip.key = key;
+    clip.text = u"Hello there,\n  friend"_s;
+    clip.group = u"Personal"_s;
+    m_db->setClips({clip});
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    QTRY_VERIFY(panel.search().isExhausted());
+    const auto* rows = panel.findChild<QListWidget*>(u"pickerRows"_s);
+    QCOMPARE(rows->count(), 1);
+    QCOMPARE(rows->item(0)->text(), row);
 }
 
 QTEST_MAIN(TestPickerPanel)
