@@ -480,6 +480,17 @@ void TestExpansionEndToEnd::aBusyApplicationHoldsNoKey()
             << "keys arrived meanwhile";
     // Keys arrived all through the read, not in one burst after it.
     QVERIFY2(during >= (readingUntil - readingFrom) / 15 / 2, qPrintable(QString::number(during)));
+
+    // The picker scans the whole library for a query nothing matches, and starts over at each
+    // key, while the query goes on being typed at a hundred characters a second.
+    m_editor->clear();
+    const QString query = QStringLiteral("zzqabcdefghijklmnopqrstuvwxyzabcdefghij");
+    type(QStringLiteral("one \\") + query, 10);
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("one \\") + query, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(pickerResults(query), 0, 10000); // the last scan went to the end
+    type(QStringLiteral(" two /zzr three."), 10);
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("one \\") + query + QStringLiteral(" two /zzr three."),
+                              10000);
 }
 
 void TestExpansionEndToEnd::quittingWhileTrackingLosesNoKey()
