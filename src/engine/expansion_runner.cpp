@@ -86,8 +86,16 @@ ExpansionLibrary ExpansionRunner::library() const
     library.clips = m_db.clips();
     library.records = m_db.collectionRecords();
     library.hiddenCollections = m_db.hiddenCollections();
-    library.showHidden = m_defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections"));
+    library.showHidden = m_defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections")) || m_pickerShowsHiddenOnly;
     return library;
+}
+
+void ExpansionRunner::setPickerShowsHiddenOnly(bool on)
+{
+    if (on != m_pickerShowsHiddenOnly) {
+        m_pickerShowsHiddenOnly = on;
+        publishLibrary();
+    }
 }
 
 void ExpansionRunner::publishLibrary()

@@ -34,6 +34,8 @@ public:
     void publishLibrary();
 
     DesktopWindow returnApp() const { return m_returnApp; }
+    // The picker's "hidden only" switch: while it is on, hidden collections expand too.
+    void setPickerShowsHiddenOnly(bool on);
 
 public slots:
     void openPicker(bool slashTriggered);
@@ -73,6 +75,7 @@ private:
     QNetworkAccessManager m_network;
     DesktopWindow m_returnApp;
     QTimer m_holdTimer;
+    bool m_pickerShowsHiddenOnly = false;
     QString m_pendingNotice;
 };
 

@@ -253,6 +253,7 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     connect(m_hiddenOnly, &QCheckBox::toggled, this, [this](bool on) {
         m_search.showHiddenOnly = on;
         restart();
+        emit showHiddenOnlyChanged(on);
     });
 }
 

@@ -54,6 +54,7 @@ signals:
     void quickAddRequested(const QString& action);
     void openTavoRequested();
     void manageRequested();
+    void showHiddenOnlyChanged(bool on);
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;

@@ -261,22 +261,31 @@ void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<bool>("signedIn");
-    QTest::addColumn<bool>("held"); // the space waits for the paste
-    QTest::newRow("a shortcut") << "\\ty " << true << true;
-    QTest::newRow("a shortcut added after start") << "\\new " << true << true;
-    QTest::newRow("the calculator") << "\\2+3 " << true << true;
-    QTest::newRow("nothing is called this") << "/or " << true << false;
-    QTest::newRow("signed out") << "\\ty " << false << false;
+    QTest::addColumn<bool>("hiddenOnly"); // the picker's "hidden only" switch
+    QTest::addColumn<bool>("held");       // the space waits for the paste
+    QTest::newRow("a shortcut") << "\\ty " << true << false << true;
+    QTest::newRow("a shortcut added after start") << "\\new " << true << false << true;
+    QTest::newRow("the calculator") << "\\2+3 " << true << false << true;
+    QTest::newRow("nothing is called this") << "/or " << true << false << false;
+    QTest::newRow("signed out") << "\\ty " << false << false << false;
+    QTest::newRow("a hidden shortcut") << "\\secret " << true << false << false;
+    QTest::newRow("a hidden shortcut, the picker showing hidden only") << "\\secret " << true << true << true;
 }
 
 void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn()
 {
     QFETCH(QString, typed);
     QFETCH(bool, signedIn);
+    QFETCH(bool, hiddenOnly);
     QFETCH(bool, held);
     QList<Clip> clips = m_db->clips();
     clips << clip(QStringLiteral("/new"), QStringLiteral("New one"));
+    Clip secret = clip(QStringLiteral("/secret"), QStringLiteral("Only for me"));
+    secret.group = QStringLiteral("Private");
+    clips << secret;
     m_db->setClips(clips);
+    m_db->setHiddenCollections({QStringLiteral("Private")});
+    m_runner->setPickerShowsHiddenOnly(hiddenOnly);
     if (!signedIn) {
         m_accounts->signOut();
     }
