@@ -39,7 +39,8 @@ constexpr double imageModeAreaPercent = 0.25;
 
 Q_LOGGING_CATEGORY(lcPicker, "tavo.picker", QtWarningMsg)
 
-QRect pointerScreenFrame()
+// The visible frame of the screen under the pointer; `standBy` when there is no screen at all.
+QRect pointerScreenFrame(const QSize& standBy)
 {
     if (QScreen* screen = QGuiApplication::screenAt(QCursor::pos())) {
         return screen->availableGeometry();
@@ -47,7 +48,21 @@ QRect pointerScreenFrame()
     if (QScreen* screen = QGuiApplication::primaryScreen()) {
         return screen->availableGeometry();
     }
-    return {0, 0, 1200, 800}; // no screen at all
+    return {QPoint(0, 0), standBy};
+}
+
+// Sizes come from a screen of 1200 by 800 without one, places from one of 1000 by 800.
+const QSize sizingStandBy(1200, 800);
+const QSize placingStandBy(1000, 800);
+
+// Selects the entry that reads `text`, whatever its case; false when there is none.
+bool selectEntry(QComboBox* menu, const QString& text)
+{
+    const int index = menu->findText(text, Qt::MatchFixedString);
+    if (index >= 0) {
+        menu->setCurrentIndex(index);
+    }
+    return index >= 0;
 }
 
 } // namespace
@@ -77,6 +92,8 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     m_showHidden->setChecked(m_search.showHiddenCollections());
     m_showHidden->setToolTip(QStringLiteral("Include hidden collections alongside visible shortcuts"));
     m_hiddenOnly->setToolTip(QStringLiteral("Show only shortcuts assigned to hidden collections"));
+    m_category->setToolTip(QStringLiteral("Category"));
+    m_collection->setToolTip(QStringLiteral("Collection"));
     m_query->setText(QStringLiteral("Search shortcuts…"));
     m_query->setToolTip(QStringLiteral("Type to search shortcuts · Drag the background to move this popup"));
 
@@ -93,12 +110,16 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     auto* area = new QComboBox(this);
     area->setToolTip(QStringLiteral("Select area"));
     const double share = qBound(0.08, m_defaults.number(areaKey).value_or(defaultPickerAreaPercent), 0.25);
-    for (const int percent : {8, 10, 12, 15, 18, 22, 25}) {
-        area->addItem(QStringLiteral("%1% of screen").arg(percent), percent / 100.0);
-        if (qAbs(percent / 100.0 - share) < 0.005) {
-            area->setCurrentIndex(area->count() - 1);
-        }
+    QList<int> percents{8, 10, 12, 15, 18, 22, 25};
+    const int stored = qRound(share * 100);
+    if (!percents.contains(stored)) {
+        percents.append(stored); // a share set elsewhere shows as it is
+        std::sort(percents.begin(), percents.end());
     }
+    for (const int percent : percents) {
+        area->addItem(QStringLiteral("%1% of screen").arg(percent), percent / 100.0);
+    }
+    area->setCurrentIndex(int(percents.indexOf(stored)));
     connect(area, &QComboBox::currentIndexChanged, this, [this, area] {
         m_defaults.setNumber(areaKey, area->currentData().toDouble());
         resizePopup();
@@ -237,6 +258,8 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
         menu.exec(m_rows->viewport()->mapToGlobal(at));
     });
     connect(m_rows->verticalScrollBar(), &QScrollBar::valueChanged, this, &PickerPanel::maybeLoadMore);
+    // A larger popup can bring the last row into sight without a scroll.
+    connect(m_rows->verticalScrollBar(), &QScrollBar::rangeChanged, this, &PickerPanel::maybeLoadMore);
     connect(m_category, &QComboBox::currentTextChanged, this, [this](const QString& text) {
         m_search.category = text.isEmpty() ? allCategoriesName : text;
         restart();
@@ -248,6 +271,9 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     });
     connect(m_showHidden, &QCheckBox::toggled, this, [this](bool on) {
         m_search.setShowHiddenCollections(on);
+        if (m_db) {
+            fillScopeMenus();
+        }
         restart();
     });
     connect(m_hiddenOnly, &QCheckBox::toggled, this, [this](bool on) {
@@ -280,6 +306,30 @@ void PickerPanel::applyTheme()
     setPalette(palette);
 }
 
+void PickerPanel::fillScopeMenus()
+{
+    const QStringList visible = m_search.showHiddenCollections() ? m_db->collections() : m_db->visibleCollections();
+    const QSignalBlocker collectionBlocker(m_collection);
+    const QSignalBlocker categoryBlocker(m_category);
+    m_collection->clear();
+    m_collection->addItem(allCollectionsName);
+    m_collection->addItems(visible);
+    // A remembered collection or category that is no longer shown gives way to all of them.
+    if (!selectEntry(m_collection, m_search.collection)) {
+        m_search.collection = allCollectionsName;
+        m_collection->setCurrentIndex(0);
+        m_defaults.setString(collectionKey, m_search.collection);
+    }
+    m_search.collection = m_collection->currentText();
+    m_category->clear();
+    m_category->addItem(allCategoriesName);
+    m_category->addItems(categoriesOf(visible, m_db->collectionDefinitions()));
+    if (!selectEntry(m_category, m_search.category)) {
+        m_category->setCurrentIndex(0);
+    }
+    m_search.category = m_category->currentText();
+}
+
 void PickerPanel::showFor(const DB& db)
 {
     if (m_db != &db) {
@@ -289,32 +339,24 @@ void PickerPanel::showFor(const DB& db)
         // A change of the library while the panel is open shows at once.
         connect(&db, &DB::clipsChanged, this, &PickerPanel::restart);
         connect(&db, &DB::collectionRecordsChanged, this, &PickerPanel::restart);
+        for (const auto change :
+             {&DB::hiddenCollectionsChanged, &DB::collectionsChanged, &DB::collectionDefinitionsChanged}) {
+            connect(&db, change, this, [this] {
+                if (m_db && isVisible()) {
+                    fillScopeMenus();
+                    restart();
+                }
+            });
+        }
         connect(&db, &DB::destroyed, this, [this] { m_db = nullptr; });
     }
     m_db = &db;
     applyTheme();
+    fillScopeMenus();
 
-    // A remembered collection that is no longer shown gives way to all of them.
-    const QStringList visible = m_search.showHiddenCollections() ? db.collections() : db.visibleCollections();
-    if (m_search.collection != allCollectionsName && !visible.contains(m_search.collection, Qt::CaseInsensitive)) {
-        m_search.collection = allCollectionsName;
-    }
-    {
-        const QSignalBlocker collectionBlocker(m_collection);
-        const QSignalBlocker categoryBlocker(m_category);
-        m_collection->clear();
-        m_collection->addItem(allCollectionsName);
-        m_collection->addItems(visible);
-        m_collection->setCurrentText(m_search.collection);
-        m_category->clear();
-        m_category->addItem(allCategoriesName);
-        m_category->addItems(categoriesOf(visible, db.collectionDefinitions()));
-        m_category->setCurrentText(m_search.category);
-    }
-
-    const QRect frame = pointerScreenFrame();
-    const std::optional<double> share = m_defaults.number(areaKey);
-    const QSizeF size = pickerPopupSize(frame.size(), share.value_or(defaultPickerAreaPercent));
+    const QSizeF size = pickerPopupSize(pointerScreenFrame(sizingStandBy).size(),
+                                        m_defaults.number(areaKey).value_or(defaultPickerAreaPercent));
+    const QRect frame = pointerScreenFrame(placingStandBy);
     std::optional<QPointF> stored;
     if (const auto x = m_defaults.number(originXKey), y = m_defaults.number(originYKey); x && y) {
         stored = QPointF(*x, *y);
@@ -388,7 +430,7 @@ void PickerPanel::setQuery(const QString& text)
 
 void PickerPanel::chooseFirst()
 {
-    if (!m_search.results().isEmpty()) {
+    if (isVisible() && !m_search.results().isEmpty()) {
         choose(m_search.results().first());
     }
 }
@@ -402,9 +444,9 @@ void PickerPanel::choose(const Clip& clip)
 
 void PickerPanel::resetPosition()
 {
-    m_defaults.remove(originXKey);
-    m_defaults.remove(originYKey);
-    move(pickerOrigin(pointerScreenFrame(), size(), std::nullopt).toPoint());
+    move(pickerOrigin(pointerScreenFrame(placingStandBy), size(), std::nullopt).toPoint());
+    m_defaults.setNumber(originXKey, x());
+    m_defaults.setNumber(originYKey, y());
 }
 
 void PickerPanel::resizePopup()
@@ -420,7 +462,7 @@ void PickerPanel::resizeForImageMode(bool large)
 void PickerPanel::fitInto(double areaPercent)
 {
     // On the screen the panel stands on, from the same top-left corner, and still on it.
-    const QRect frame = isVisible() && screen() ? screen()->availableGeometry() : pointerScreenFrame();
+    const QRect frame = isVisible() && screen() ? screen()->availableGeometry() : pointerScreenFrame(sizingStandBy);
     const QSizeF size = pickerPopupSize(frame.size(), areaPercent);
     resize(size.toSize());
     move(pickerOrigin(frame, size, QPointF(pos())).toPoint());
@@ -449,8 +491,7 @@ void PickerPanel::showResults()
         auto* item = new QListWidgetItem(label + QStringLiteral("   ") + trigger, m_rows);
         item->setToolTip(clip.text.left(300));
     }
-    const QString count =
-        results.size() == 1 ? QStringLiteral("1 result") : QStringLiteral("%1 results").arg(results.size());
+    const QString count = QStringLiteral("%1 results").arg(results.size());
     m_resultLine->setText(m_search.isLoading() ? count + QStringLiteral(" · searching in small batches…") : count);
     const bool nothing = results.isEmpty() && m_search.isExhausted() && m_search.value.trimmed().isEmpty();
     m_body->setCurrentIndex(nothing ? 1 : 0);

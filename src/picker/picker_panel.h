@@ -63,6 +63,7 @@ protected:
 
 private:
     void applyTheme();
+    void fillScopeMenus();
     void showResults();
     void maybeLoadMore();
     void restart();

@@ -76,6 +76,7 @@ void PickerSearch::restart(const DB& db)
     m_scanIndex = 0;
     setState(false, false);
     if (MathExpression::looksLikeExpression(value)) {
+        emit resultsChanged(); // the old rows go before the answer comes
         if (const std::optional<double> number = MathExpression::evaluate(value)) {
             const QString formatted = MathExpression::formatted(*number);
             Clip result;
@@ -208,6 +209,9 @@ bool PickerSearch::matches(const Clip& clip) const
                            [&](const QString& key) { return pickerShortKey(key) == shortKey; });
     }
     const QString base = parseStyledTrigger(query).base;
+    if (base.isEmpty()) {
+        return false; // a style alone names nothing
+    }
     return clip.key.contains(base, Qt::CaseInsensitive) || clip.name.contains(base, Qt::CaseInsensitive) ||
            clip.text.contains(base, Qt::CaseInsensitive);
 }

@@ -5,6 +5,7 @@
 
 #include <QComboBox>
 #include <QListWidget>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -25,6 +26,9 @@ private slots:
     void chooseFirstWithoutResultsStaysOpen();
     void aHiddenRememberedCollectionGivesWayToAll();
     void rowLabels_data();
+    void aNewCalculationReplacesTheOldRow();
+    void aRememberedCollectionIsFoundWhateverItsCase();
+    void aLargerPopupLoadsMoreRows();
     void rowLabels();
 
 private:
@@ -135,6 +139,56 @@ void TestPickerPanel::rowLabels()
     const auto* rows = panel.findChild<QListWidget*>(u"pickerRows"_s);
     QCOMPARE(rows->count(), 1);
     QCOMPARE(rows->item(0)->text(), row);
+}
+
+void TestPickerPanel::aNewCalculationReplacesTheOldRow()
+{
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    const auto* rows = panel.findChild<QListWidget*>(u"pickerRows"_s);
+    panel.setQuery(u"12*3"_s);
+    QTRY_COMPARE(rows->count(), 1);
+    QVERIFY(rows->item(0)->text().contains(u"36"_s));
+    panel.setQuery(u"12*34"_s);
+    QTRY_VERIFY(rows->item(0)->text().contains(u"408"_s));
+    QCOMPARE(rows->count(), 1);
+}
+
+void TestPickerPanel::aRememberedCollectionIsFoundWhateverItsCase()
+{
+    m_db->setCollections({u"Personal"_s, u"Work"_s});
+    m_defaults->setString(u"tavoPickerCollection"_s, u"work"_s);
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    const auto menus = panel.findChildren<QComboBox*>();
+    QVERIFY(std::any_of(menus.cbegin(), menus.cend(),
+                        [](const QComboBox* menu) { return menu->currentText() == u"Work"_s; }));
+    QCOMPARE(panel.search().collection, u"Work"_s);
+}
+
+void TestPickerPanel::aLargerPopupLoadsMoreRows()
+{
+    QList<Clip> clips;
+    for (int i = 0; i < 200; ++i) {
+        Clip clip;
+        clip.key = u"/item%1"_s.arg(i);
+        clip.name = u"Item %1"_s.arg(i);
+        clip.group = u"Personal"_s;
+        clips << clip;
+    }
+    m_db->setClips(clips);
+    m_defaults->setNumber(u"tavoPickerAreaPercent"_s, 0.08);
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    const auto* rows = panel.findChild<QListWidget*>(u"pickerRows"_s);
+    QTRY_VERIFY(!panel.search().isLoading() && rows->verticalScrollBar()->maximum() > 0);
+    QTest::qWait(50);
+    const int before = rows->count();
+
+    // Larger, the rows fit without a scroll: more are loaded until they no longer do.
+    panel.resizeForImageMode(true);
+    QTRY_VERIFY(rows->count() > before);
+    QTRY_VERIFY(!panel.search().isLoading() && rows->verticalScrollBar()->maximum() > 0);
 }
 
 QTEST_MAIN(TestPickerPanel)

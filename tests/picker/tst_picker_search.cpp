@@ -49,6 +49,8 @@ private slots:
     void aBatchListsItsShortcutsInScanOrder();
     void recordsFollowShortcutsAndATwinHidesOne();
     void aStoreChangeMidScanSkipsNothing();
+    void queries_data();
+    void queries();
 
 private:
     void finish(PickerSearch& search) { QTRY_VERIFY(!search.isLoading()); }
@@ -198,6 +200,32 @@ void TestPickerSearch::aStoreChangeMidScanSkipsNothing()
     finish(search);
     QCOMPARE(search.results().size(), 10);
     QCOMPARE(search.results().at(5).key, u"/item6"_s); // nothing skipped, nothing twice
+}
+
+void TestPickerSearch::queries_data()
+{
+    QTest::addColumn<QString>("query");
+    QTest::addColumn<int>("found");
+    QTest::newRow("part of a key") << u"item2"_s << 5; // item2, item20 to item23
+    QTest::newRow("any case") << u"ITEM23"_s << 1;
+    QTest::newRow("part of the text") << u"Text of /item1"_s << 11;
+    QTest::newRow("a styled key searches for its base") << u"item23-b"_s << 1;
+    QTest::newRow("a style alone names nothing") << u"-b"_s << 0;
+    QTest::newRow("blanks around count for nothing") << u"  item23 "_s << 1;
+}
+
+void TestPickerSearch::queries()
+{
+    QFETCH(QString, query);
+    QFETCH(int, found);
+    PickerSearch search;
+    search.value = query;
+    search.restart(*m_db);
+    while (!search.isExhausted()) {
+        finish(search);
+        search.loadMore(*m_db);
+    }
+    QCOMPARE(search.results().size(), found);
 }
 
 QTEST_GUILESS_MAIN(TestPickerSearch)
