@@ -68,8 +68,7 @@ bool selectEntry(QComboBox* menu, const QString& text)
 } // namespace
 
 PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
-    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus |
-                          Qt::X11BypassWindowManagerHint)
+    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus)
     , m_defaults(defaults)
     , m_search(&defaults)
     , m_query(new QLabel(this))
