@@ -125,13 +125,23 @@ void ExpansionRunner::openPicker(bool slashTriggered)
 
 void ExpansionRunner::autoExpand(const QString& trigger, const QString& suffix, int length)
 {
+    if (m_accounts.isAuthenticated()) {
+        carryOut(planExpansion(trigger, suffix, library()), length);
+    } else {
+        carryOutPlanned({}, length);
+    }
+}
+
+void ExpansionRunner::carryOutPlanned(const ExpansionPlan& plan, int length)
+{
     if (!m_accounts.isAuthenticated()) {
+        // Signed out since the plan was made: nothing of the library may come out.
         m_delegate.setTriggerTracking(false);
         emit hidePickerRequested();
         finishWithoutPaste(true);
         return;
     }
-    carryOut(planExpansion(trigger, suffix, library()), length);
+    carryOut(plan, length);
 }
 
 void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)

@@ -40,6 +40,8 @@ public:
 public slots:
     void openPicker(bool slashTriggered);
     void autoExpand(const QString& trigger, const QString& suffix, int length);
+    // The same for a plan the tap's thread made from its copy of the library.
+    void carryOutPlanned(const tavo::ExpansionPlan& plan, int length);
     // The target application took the clipboard's content: the paste has landed.
     void pasteTaken();
     // A row chosen in the picker. `mustRemove` asks that at least one typed character go (the

@@ -84,25 +84,32 @@ TapDecision QuillAppDelegate::decide(const KeyEvent& event)
         decision = m_tracker.handle(event, notifications);
         library = m_library;
     }
+    std::optional<ExpansionPlan> plan;
     if (decision.verdict == KeyVerdict::SwallowAndHold && !notifications.isEmpty() &&
         notifications.constLast().kind == TapNotification::Kind::AutoExpand) {
         // A trigger that expands nothing needs no paste and so no main thread: its ending key
-        // passes now, and only the panel is told to close.
+        // passes now, and only the panel is told to close. Any other plan goes to the main
+        // thread as it is, not to be made twice.
         const TapNotification& finished = notifications.constLast();
-        if (!library || planExpansion(finished.text, finished.suffix, *library).givesEndingKeyBack()) {
+        if (library) {
+            plan = planExpansion(finished.text, finished.suffix, *library);
+        }
+        if (!plan || plan->givesEndingKeyBack()) {
             decision.verdict = KeyVerdict::Pass;
             notifications.last() = {TapNotification::Kind::ClosePicker, {}, {}, 0};
+            plan.reset();
         }
     }
     if (!notifications.isEmpty()) {
         // Queued, never direct: the tap must answer now, and the main thread takes them in order.
         QMetaObject::invokeMethod(
-            this, [this, notifications] { deliver(notifications); }, Qt::QueuedConnection);
+            this, [this, notifications, plan = std::move(plan)] { deliver(notifications, plan); },
+            Qt::QueuedConnection);
     }
     return decision;
 }
 
-void QuillAppDelegate::deliver(const QList<TapNotification>& notifications)
+void QuillAppDelegate::deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan)
 {
     for (const TapNotification& note : notifications) {
         switch (note.kind) {
@@ -119,7 +126,9 @@ void QuillAppDelegate::deliver(const QList<TapNotification>& notifications)
             emit closePickerRequested(QString());
             break;
         case TapNotification::Kind::AutoExpand:
-            emit autoExpandRequested(note.text, note.suffix, note.length);
+            if (plan) {
+                emit expansionPlanned(*plan, note.length);
+            }
             break;
         case TapNotification::Kind::ImagePromptInput:
             emit imagePromptInput(note.text);

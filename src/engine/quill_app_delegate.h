@@ -59,7 +59,9 @@ signals:
     void pickerQueryChanged(const QString& query);
     void chooseFirstRequested();
     void closePickerRequested(const QString& action);
-    void autoExpandRequested(const QString& trigger, const QString& suffix, int length);
+    // A finished trigger that pastes, opens or runs something: planned on the tap's thread,
+    // carried out on the main one.
+    void expansionPlanned(const tavo::ExpansionPlan& plan, int length);
     void imagePromptInput(const QString& text);
     void tapFailed(const QString& reason);
     void tapInstalled();
@@ -67,7 +69,7 @@ signals:
 private:
     template<typename Change>
     void changeState(Change change);
-    void deliver(const QList<TapNotification>& notifications);
+    void deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan);
 
     KeyboardTap& m_tap;
     mutable QMutex m_lock;

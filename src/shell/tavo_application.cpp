@@ -102,7 +102,7 @@ bool TavoApplication::start()
 
     connect(m_delegate.get(), &QuillAppDelegate::openPickerRequested, m_runner.get(), &ExpansionRunner::openPicker);
     connectPicker();
-    connect(m_delegate.get(), &QuillAppDelegate::autoExpandRequested, m_runner.get(), &ExpansionRunner::autoExpand);
+    connect(m_delegate.get(), &QuillAppDelegate::expansionPlanned, m_runner.get(), &ExpansionRunner::carryOutPlanned);
     connect(m_pasteboard.get(), &QtPasteboard::dataRequested, m_runner.get(), &ExpansionRunner::pasteTaken);
     connect(m_runner.get(), &ExpansionRunner::noticeChanged, this, &TavoApplication::showNotice);
     connect(m_runner.get(), &ExpansionRunner::showSelfRequested, this, &TavoApplication::showMainWindow);

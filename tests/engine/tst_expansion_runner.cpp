@@ -289,6 +289,9 @@ void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn()
     if (!signedIn) {
         m_accounts->signOut();
     }
+    QList<ExpansionPlan::Kind> planned;
+    connect(m_delegate.get(), &QuillAppDelegate::expansionPlanned, this,
+            [&](const ExpansionPlan& plan, int) { planned << plan.kind; });
     // The decisions as the tap's thread takes them: the main thread is not asked.
     TapDecision decision;
     for (const QChar c : typed) {
@@ -297,6 +300,12 @@ void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn()
     }
     QCOMPARE(decision.verdict, held ? KeyVerdict::SwallowAndHold : KeyVerdict::Pass);
     QCOMPARE(m_delegate->triggerTracking(), false);
+    // What it planned is what the main thread carries out.
+    QCoreApplication::processEvents();
+    QCOMPARE(planned.size(), held ? 1 : 0);
+    if (held) {
+        QVERIFY(!ExpansionPlan{planned.first()}.givesEndingKeyBack());
+    }
 }
 
 QTEST_MAIN(TestExpansionRunner)
