@@ -8,6 +8,7 @@
 
 #include <QLoggingCategory>
 #include <QRegularExpression>
+#include <QScopedValueRollback>
 
 namespace tavo {
 
@@ -47,6 +48,9 @@ TavoAccountStore::TavoAccountStore(Defaults& defaults, QObject* parent)
 void TavoAccountStore::followSignInsElsewhere()
 {
     connect(&m_defaults, &Defaults::valuesChanged, this, [this] {
+        if (m_writingSignIn) {
+            return;
+        }
         const bool signedIn = m_defaults.flag(signedInKey);
         const QString username = m_defaults.string(usernameKey).value_or(QString());
         if (signedIn == m_isAuthenticated && username == m_currentUsername) {
@@ -166,11 +170,15 @@ bool TavoAccountStore::signIn(const QString& username, const QString& password)
 void TavoAccountStore::accept(const QString& username)
 {
     setCurrentUsername(username);
-    m_defaults.setString(usernameKey, username);
-    m_defaults.setBoolean(signedInKey, true);
+    {
+        // This process's own writes: the follower of sign-ins elsewhere has nothing to follow.
+        const QScopedValueRollback writing(m_writingSignIn, true);
+        m_defaults.setString(usernameKey, username);
+        m_defaults.setBoolean(signedInKey, true);
+    }
+    m_isAuthenticated = true;
     // Last of all: the shell activates the profile when this changes. It is announced on every
     // accept, so a sign-in to another account while signed in activates that account's profile.
-    m_isAuthenticated = true;
     emit isAuthenticatedChanged(true);
 }
 

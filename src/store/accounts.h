@@ -97,6 +97,7 @@ private:
 
     Defaults& m_defaults;
     bool m_isAuthenticated = false;
+    bool m_writingSignIn = false;
     QString m_currentUsername;
     QString m_message;
     std::optional<QString> m_legacyEmailToMigrate;

@@ -171,7 +171,9 @@ void TestAccounts::registerKeepsSaltedHashAndSignsIn()
     QVERIFY(!accounts.registerAccount(u"al"_s, u"correct horse"_s));
     QCOMPARE(accounts.message(), u"Use 3\u201332 letters, numbers, periods, underscores, or hyphens."_s);
 
-    // The profile is activated on the change of isAuthenticated: by then everything else is set.
+    // The profile is activated on the change of isAuthenticated: by then everything else is set,
+    // and it is announced once, though the application also follows sign-ins elsewhere.
+    accounts.followSignInsElsewhere();
     int authenticatedChanges = 0;
     connect(&accounts, &TavoAccountStore::isAuthenticatedChanged, this, [&] {
         ++authenticatedChanges;
