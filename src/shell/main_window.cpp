@@ -226,6 +226,9 @@ void MainWindow::setKeyboardProblem(const QString& problem)
 
 void MainWindow::openEditor(const std::optional<Clip>& chosen, const QString& defaultGroup)
 {
+    if (!m_accounts.isAuthenticated()) {
+        return; // Ctrl+N on the sign-in screen: no profile to write into
+    }
     auto* editor = new ShortcutEditor(m_db, chosen, defaultGroup, this);
     editor->setAttribute(Qt::WA_DeleteOnClose);
     editor->open();
@@ -238,6 +241,9 @@ void MainWindow::newShortcut(const QString& group)
 
 void MainWindow::addClipboardShortcut()
 {
+    if (!m_accounts.isAuthenticated()) {
+        return;
+    }
     const std::optional<Clip> draft =
         clipboardDraft(QApplication::clipboard()->mimeData(), m_db.clips(), m_db.attachmentsDir());
     if (!draft) {

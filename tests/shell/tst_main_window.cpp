@@ -268,7 +268,13 @@ void TestMainWindow::pagesOfFifty()
 
 void TestMainWindow::quickAddFromTheClipboard()
 {
-    m_db->activateProfile(QStringLiteral("sam"));
+    // Signed out, Ctrl+N and the clipboard's quick add have no profile to write into.
+    m_window->newShortcut();
+    m_window->addClipboardShortcut();
+    QVERIFY(!m_window->findChild<ShortcutEditor*>());
+
+    QVERIFY(m_accounts->signIn(QStringLiteral("existing"), QStringLiteral("long enough")));
+    m_db->activateProfile(QStringLiteral("existing"));
     const qsizetype before = m_db->clips().size();
     QApplication::clipboard()->clear();
     m_window->addClipboardShortcut();
