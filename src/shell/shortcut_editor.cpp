@@ -158,11 +158,15 @@ ShortcutEditor::ShortcutEditor(DB& db, const std::optional<Clip>& chosen, const 
         m_url->setText(chosen->webURL.value_or(QString()));
         m_media->addItems(chosen->files);
         m_directMedia->setChecked(chosen->directMediaPaste.value_or(false));
-        for (int row = 0; row < m_groups->count(); ++row) {
-            QListWidgetItem* item = m_groups->item(row);
-            if (chosen->groups && chosen->groups->contains(item->text(), Qt::CaseInsensitive)) {
-                item->setCheckState(Qt::Checked);
+        for (const QString& name : chosen->groups.value_or(QStringList())) {
+            const QList<QListWidgetItem*> rows = m_groups->findItems(name, Qt::MatchFixedString);
+            QListWidgetItem* item = rows.isEmpty() ? nullptr : rows.first();
+            if (!item) {
+                // A collection the library no longer lists stays with the shortcut unless unticked.
+                item = new QListWidgetItem(name, m_groups);
+                item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
             }
+            item->setCheckState(Qt::Checked);
         }
     }
 
@@ -250,12 +254,18 @@ void ShortcutEditor::accept()
         m_key->setFocus();
         return;
     }
-    const Clip clip = builtClip();
+    Clip clip = builtClip();
     QList<Clip> clips = m_db.clips();
     const auto existing =
         std::find_if(clips.begin(), clips.end(), [&](const Clip& candidate) { return candidate.id == clip.id; });
     if (existing != clips.end()) {
-        *existing = clip;
+        // What the form does not show is taken from the shortcut as it is now, not as it was
+        // when the editor opened: another window or tavoctl may have changed it meanwhile.
+        const Clip shown = m_original;
+        m_original = *existing;
+        const Clip current = builtClip();
+        m_original = shown;
+        *existing = current;
     } else {
         clips.append(clip);
     }

@@ -268,8 +268,8 @@ void DB::writeCollectionList()
     }
     m_defaults.setStringList(m_collectionDefaultsKey, m_collections);
     const QString path = filePath(collectionsFile);
-    if (QFileInfo::exists(path) && !readJsonFile(path).document.isArray()) {
-        keepAside(path);
+    if (QFileInfo::exists(path) && !readJsonFile(path).document.isArray() && !keepAside(path)) {
+        return; // a file that can be neither read nor copied aside is not replaced
     }
     writeJsonAtomically(path, QJsonDocument(QJsonArray::fromStringList(m_collections)));
 }
@@ -337,7 +337,7 @@ QList<Clip> DB::found() const
 }
 
 template<typename T>
-bool DB::saveList(const QString& name, QList<T>& current, QList<T>& base)
+bool DB::saveList(const QString& name, QList<T>& current, QList<T>& base, bool* merged)
 {
     if (m_readOnly) {
         return false;
@@ -353,8 +353,16 @@ bool DB::saveList(const QString& name, QList<T>& current, QList<T>& base)
         // never read is kept aside before it is replaced.
         if (std::optional<QList<T>> theirs = readList<T>(path)) {
             current = mergeById(base, current, *theirs);
-        } else {
-            keepAside(path);
+            if (merged) {
+                *merged = true;
+            }
+        } else if (!keepAside(path)) {
+            // Neither readable nor copyable (another owner, no permission): replacing it could
+            // lose what it holds.
+            if (locked) {
+                lock.unlock();
+            }
+            return false;
         }
     }
     const bool written = writeFileAtomically(path, encodeList(current));
@@ -370,9 +378,10 @@ bool DB::saveList(const QString& name, QList<T>& current, QList<T>& base)
 
 bool DB::save()
 {
-    const qsizetype before = m_clips.size();
-    const bool written = saveList(clipsFile, m_clips, m_clipsBase);
-    if (m_clips.size() != before) {
+    // Changes of another process merged in show at once: the list, the picker, the tap.
+    bool merged = false;
+    const bool written = saveList(clipsFile, m_clips, m_clipsBase, &merged);
+    if (merged) {
         emit clipsChanged();
     }
     return written;
@@ -384,8 +393,16 @@ bool DB::saveCollectionLibrary()
         return false;
     }
     QDir().mkpath(m_dir);
-    const bool definitions = saveList(definitionsFile, m_collectionDefinitions, m_definitionsBase);
-    const bool records = saveList(recordsFile, m_collectionRecords, m_recordsBase);
+    bool definitionsMerged = false;
+    bool recordsMerged = false;
+    const bool definitions = saveList(definitionsFile, m_collectionDefinitions, m_definitionsBase, &definitionsMerged);
+    const bool records = saveList(recordsFile, m_collectionRecords, m_recordsBase, &recordsMerged);
+    if (definitionsMerged) {
+        emit collectionDefinitionsChanged();
+    }
+    if (recordsMerged) {
+        emit collectionRecordsChanged();
+    }
     return definitions && records;
 }
 

@@ -119,7 +119,7 @@ private:
     QList<Clip> claimRootStore(const QString& profileFolder, const QString& slug);
     QList<Clip> readClips(const QString& path, bool* readable = nullptr) const;
     template<typename T>
-    bool saveList(const QString& name, QList<T>& current, QList<T>& base);
+    bool saveList(const QString& name, QList<T>& current, QList<T>& base, bool* merged = nullptr);
     FileStamp stampOf(const QString& path) const;
     void remember(const QString& path);
 

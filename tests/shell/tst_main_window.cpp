@@ -226,6 +226,22 @@ void TestMainWindow::editorSavesByItsRules()
     third.accept();
     QCOMPARE(m_db->clips().first().defaultMediaArticle, portrait.defaultMediaArticle);
     QCOMPARE(m_db->clips().first().appBundleIdentifier, portrait.appBundleIdentifier);
+
+    // A change made elsewhere while the editor is open stays too, and so does a collection the
+    // library no longer lists.
+    Clip stored = m_db->clips().first();
+    stored.groups = QStringList{QStringLiteral("Work"), QStringLiteral("Retired")};
+    m_db->setClips({stored});
+    ShortcutEditor fourth(*m_db, stored, QString());
+    Clip meanwhile = stored;
+    meanwhile.defaultMediaArticle = QStringLiteral("Grace_Hopper");
+    m_db->setClips({meanwhile});
+    find<QPlainTextEdit>(&fourth, "text")->setPlainText(QStringLiteral("New text"));
+    fourth.accept();
+    const Clip last = m_db->clips().first();
+    QCOMPARE(last.text, QStringLiteral("New text"));
+    QCOMPARE(last.defaultMediaArticle, meanwhile.defaultMediaArticle);
+    QCOMPARE(last.groups, stored.groups);
 }
 
 void TestMainWindow::pagesOfFifty()

@@ -81,6 +81,7 @@ private slots:
     void readOnlyStoreWritesNothing();
     void twoProcessesKeepEachOthersChanges();
     void watcherFollowsAnotherWriter();
+    void aSaveAnnouncesWhatItMergedIn();
     void killedWriterNeverLeavesABrokenFile();
 
 private:
@@ -354,6 +355,29 @@ void TestProfileStore::watcherFollowsAnotherWriter()
     QTRY_COMPARE(app.clips().size(), 5);
     QCOMPARE(app.clips().last().key, u"/new"_s);
     QVERIFY(changed.count() >= 1);
+}
+
+void TestProfileStore::aSaveAnnouncesWhatItMergedIn()
+{
+    // No watcher here: the app learns of the other writer only when it saves itself.
+    DB app(*m_defaults, root());
+    app.activateProfile(u"sam"_s);
+    Defaults toolDefaults(m_defaults->filePath());
+    DB tool(toolDefaults, root());
+    tool.activateProfile(u"sam"_s);
+    QList<Clip> edited = tool.clips();
+    edited.first().text = u"Edited by the tool"_s;
+    tool.setClips(edited);
+    QVERIFY(tool.save());
+
+    QList<Clip> mine = app.clips();
+    mine.last().name = u"Renamed in the app"_s;
+    app.setClips(mine);
+    QSignalSpy changed(&app, &DB::clipsChanged);
+    QVERIFY(app.save());
+    QCOMPARE(changed.count(), 1); // the same number of shortcuts, yet other content
+    QCOMPARE(app.clips().first().text, u"Edited by the tool"_s);
+    QCOMPARE(app.clips().last().name, u"Renamed in the app"_s);
 }
 
 void TestProfileStore::killedWriterNeverLeavesABrokenFile()
