@@ -98,18 +98,24 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
 
     const auto refillCollections = [this] {
         const QString chosen = m_collection->currentText();
-        const QSignalBlocker blocker(m_collection);
-        m_collection->clear();
-        m_collection->addItem(allCollectionsName);
-        m_collection->addItems(m_db.collections());
-        m_collection->setCurrentIndex(qMax(0, m_collection->findText(chosen)));
-
         const QString category = m_category->currentText();
-        const QSignalBlocker categoryBlocker(m_category);
-        m_category->clear();
-        m_category->addItem(allCategoriesName);
-        m_category->addItems(categoriesOf(m_db.collections(), m_db.collectionDefinitions()));
-        m_category->setCurrentIndex(qMax(0, m_category->findText(category)));
+        {
+            const QSignalBlocker blocker(m_collection);
+            const QSignalBlocker categoryBlocker(m_category);
+            m_collection->clear();
+            m_collection->addItem(allCollectionsName);
+            m_collection->addItems(m_db.collections());
+            m_collection->setCurrentIndex(qMax(0, m_collection->findText(chosen)));
+            m_category->clear();
+            m_category->addItem(allCategoriesName);
+            m_category->addItems(categoriesOf(m_db.collections(), m_db.collectionDefinitions()));
+            m_category->setCurrentIndex(qMax(0, m_category->findText(category)));
+        }
+        // A filter whose collection or category went away falls back to all: the rows follow.
+        if (m_collection->currentText() != chosen || m_category->currentText() != category) {
+            m_page = 0;
+            refreshVisibleClips();
+        }
     };
     refillCollections();
     connect(&m_db, &DB::collectionsChanged, this, refillCollections);

@@ -280,6 +280,16 @@ void TestMainWindow::pagesOfFifty()
     QTRY_COMPARE(list->visibleClips().size(), 60);
     QCOMPARE(list->currentPage(), 1);
     QCOMPARE(table->rowCount(), 10);
+
+    // A chosen collection that goes away gives way to all of them, rows and label alike.
+    m_db->setCollections({QStringLiteral("Personal"), QStringLiteral("Empty")});
+    auto* collection = find<QComboBox>(list, "collectionFilter");
+    collection->setCurrentText(QStringLiteral("Empty"));
+    QTRY_VERIFY(!list->isFiltering());
+    QTRY_COMPARE(list->visibleClips().size(), 0);
+    m_db->setCollections({QStringLiteral("Personal")});
+    QCOMPARE(collection->currentText(), allCollectionsName);
+    QTRY_COMPARE(list->visibleClips().size(), 60);
 }
 
 void TestMainWindow::quickAddFromTheClipboard()
