@@ -132,13 +132,20 @@ void ExpansionRunner::autoExpand(const QString& trigger, const QString& suffix, 
     }
 }
 
-void ExpansionRunner::carryOutPlanned(const ExpansionPlan& plan, int length)
+void ExpansionRunner::carryOutPlanned(const ExpansionPlan& plan, int length, quint64 endingKey)
 {
     if (!m_accounts.isAuthenticated()) {
         // Signed out since the plan was made: nothing of the library may come out.
         m_delegate.setTriggerTracking(false);
         emit hidePickerRequested();
         finishWithoutPaste(true);
+        return;
+    }
+    if (endingKey != 0 && !m_delegate.claimHold(endingKey)) {
+        // The ending key went on to the application after all, and maybe more keys behind it:
+        // removing the trigger now would remove them. Nothing is held, so nothing is released.
+        emit hidePickerRequested();
+        notice(QStringLiteral("Tavo was too busy to expand that shortcut in time; it stays as typed."));
         return;
     }
     carryOut(plan, length);

@@ -40,8 +40,9 @@ public:
 public slots:
     void openPicker(bool slashTriggered);
     void autoExpand(const QString& trigger, const QString& suffix, int length);
-    // The same for a plan the tap's thread made from its copy of the library.
-    void carryOutPlanned(const tavo::ExpansionPlan& plan, int length);
+    // The same for a plan the tap's thread made from its copy of the library, for the trigger
+    // the key `endingKey` ended (0: no key to claim).
+    void carryOutPlanned(const tavo::ExpansionPlan& plan, int length, quint64 endingKey = 0);
     // The target application took the clipboard's content: the paste has landed.
     void pasteTaken();
     // A row chosen in the picker. `mustRemove` asks that at least one typed character go (the

@@ -103,13 +103,14 @@ TapDecision QuillAppDelegate::decide(const KeyEvent& event)
     if (!notifications.isEmpty()) {
         // Queued, never direct: the tap must answer now, and the main thread takes them in order.
         QMetaObject::invokeMethod(
-            this, [this, notifications, plan = std::move(plan)] { deliver(notifications, plan); },
+            this, [this, notifications, plan = std::move(plan), id = event.id] { deliver(notifications, plan, id); },
             Qt::QueuedConnection);
     }
     return decision;
 }
 
-void QuillAppDelegate::deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan)
+void QuillAppDelegate::deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan,
+                               quint64 endingKey)
 {
     for (const TapNotification& note : notifications) {
         switch (note.kind) {
@@ -127,7 +128,7 @@ void QuillAppDelegate::deliver(const QList<TapNotification>& notifications, cons
             break;
         case TapNotification::Kind::AutoExpand:
             if (plan) {
-                emit expansionPlanned(*plan, note.length);
+                emit expansionPlanned(*plan, note.length, endingKey);
             }
             break;
         case TapNotification::Kind::ImagePromptInput:
@@ -213,6 +214,11 @@ void QuillAppDelegate::clearQueryBuffer()
 void QuillAppDelegate::releaseHeldKeys(bool replayEndingKey)
 {
     m_tap.releaseHeldKeys(replayEndingKey);
+}
+
+bool QuillAppDelegate::claimHold(quint64 endingKey)
+{
+    return m_tap.claimHold(endingKey);
 }
 
 } // namespace tavo

@@ -53,6 +53,8 @@ public:
 
     // Lets the keys held since a trigger ended go on to the application.
     void releaseHeldKeys(bool replayEndingKey);
+    // Whether the key that ended a planned trigger is still held, and stays so until released.
+    bool claimHold(quint64 endingKey);
 
 signals:
     void openPickerRequested(bool slashTriggered);
@@ -61,7 +63,8 @@ signals:
     void closePickerRequested(const QString& action);
     // A finished trigger that pastes, opens or runs something: planned on the tap's thread,
     // carried out on the main one.
-    void expansionPlanned(const tavo::ExpansionPlan& plan, int length);
+    // `endingKey` names the key that ended the trigger, for claimHold().
+    void expansionPlanned(const tavo::ExpansionPlan& plan, int length, quint64 endingKey);
     void imagePromptInput(const QString& text);
     void tapFailed(const QString& reason);
     void tapInstalled();
@@ -69,7 +72,8 @@ signals:
 private:
     template<typename Change>
     void changeState(Change change);
-    void deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan);
+    void deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan,
+                 quint64 endingKey);
 
     KeyboardTap& m_tap;
     mutable QMutex m_lock;

@@ -37,6 +37,7 @@ struct KeyEvent
     quint64 flags = 0;
     QString text;           // what the key types at the current layout and level, up to 8 UTF-16 units
     bool composing = false; // a dead key or a step of a Compose sequence: the text is not final
+    quint64 id = 0;         // the tap's number for this press: names the hold it may start
 
     bool hasModifier() const { return (flags & ModifierFlag::Mask) != 0; }
 };

@@ -56,6 +56,13 @@ public:
     // goes first, as if it had never been held (nothing was expanded for it). Safe from any
     // thread.
     virtual void releaseHeldKeys(bool replayEndingKey) = 0;
+    // Called before an expansion removes the typed trigger, with the id of the key that ended
+    // it. True: that key and the keys typed after it are held, and stay held until
+    // releaseHeldKeys() however long the expansion takes. False: the key reached the application
+    // after all (no decision in time, or it came by a way that cannot hold), or the tap gave the
+    // keys back on its own; removing the trigger now would remove other text. Safe from any
+    // thread.
+    virtual bool claimHold(quint64 keyId) = 0;
 };
 
 } // namespace tavo

@@ -55,6 +55,7 @@ struct ScriptedDecide
     bool tracking = false;
     std::optional<TapMode> fixedMode; // every key passes, but letters in Exclusive
     QString slowOn;                   // a key whose decision gets stuck
+    quint64 lastHold = 0;             // the id of the last key held
     QMutex mutex;
 
     TapDecision decide(const KeyEvent& event)
@@ -78,6 +79,7 @@ struct ScriptedDecide
         if (tracking && event.text == QLatin1String(" ")) {
             tracking = false;
             ++holds;
+            lastHold = event.id;
             return {KeyVerdict::SwallowAndHold, TapMode::Idle};
         }
         return {KeyVerdict::Pass, tracking ? TapMode::Tracking : TapMode::Idle};
@@ -107,6 +109,8 @@ private slots:
     void endingKeyAndLaterKeysAreHeld_data();
     void endingKeyAndLaterKeysAreHeld();
     void exclusiveModeTakesEveryKey();
+    void onlyAClaimedHoldOutlastsTheSafetyLimit();
+    void aStuckEndingKeyCannotBeClaimed();
     void desktopRemovesAndPastes();
     void pasteChord_data();
     void pasteChord();
@@ -310,6 +314,46 @@ void TestX11Tap::endingKeyAndLaterKeysAreHeld()
     // The held keys were decided when typed back, each ending key once.
     QTRY_COMPARE(m_decide.with([this] { return m_decide.seen; }), decided);
     QCOMPARE(m_decide.with([this] { return m_decide.holds; }), holds);
+}
+
+void TestX11Tap::onlyAClaimedHoldOutlastsTheSafetyLimit()
+{
+    for (const bool claimed : {false, true}) {
+        m_edit.clear();
+        m_decide.with([this] { m_decide.holds = 0; });
+        if (!claimed)
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("not released within 1000 ms")));
+        type(QStringLiteral("\\ty "));
+        QTRY_COMPARE(m_decide.with([this] { return m_decide.holds; }), 1);
+        const quint64 space = m_decide.with([this] { return m_decide.lastHold; });
+        if (claimed)
+            QVERIFY(m_tap.claimHold(space));
+        xdotool(typing(QStringLiteral("ok")));
+        if (!claimed) {
+            // Nobody claims it: after a second the keys go back by themselves, and a late claim
+            // fails.
+            QTRY_COMPARE_WITH_TIMEOUT(m_edit.toPlainText(), QStringLiteral("\\ty ok"), 3000);
+            QVERIFY(!m_tap.claimHold(space));
+            continue;
+        }
+        // Claimed, they wait for the release however long the expansion takes.
+        QTest::qWait(1500);
+        QCOMPARE(m_edit.toPlainText(), QStringLiteral("\\ty"));
+        m_tap.releaseHeldKeys(false);
+        QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\tyok"));
+    }
+}
+
+void TestX11Tap::aStuckEndingKeyCannotBeClaimed()
+{
+    // The space's decision comes too late: the space reaches the application, and the
+    // expansion its decision asked for must not remove anything.
+    m_decide.with([this] { m_decide.slowOn = QStringLiteral(" "); });
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("no decision within 50 ms")));
+    type(QStringLiteral("\\ty "));
+    QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\ty "));
+    QTRY_VERIFY(m_decide.with([this] { return m_decide.holds; }) == 1);
+    QVERIFY(!m_tap.claimHold(m_decide.with([this] { return m_decide.lastHold; })));
 }
 
 void TestX11Tap::exclusiveModeTakesEveryKey()

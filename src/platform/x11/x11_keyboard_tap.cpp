@@ -48,6 +48,10 @@ using namespace std::chrono_literals;
 constexpr auto DecisionTimeout = 50ms;
 // Held keys go back by themselves if nobody ends the hold, so a lost release never eats typing.
 constexpr auto HoldSafety = 1000ms;
+// A hold an expansion has claimed waits longer: its trigger is removed by then, and keys given
+// back before the paste would land in front of it. A slow clipboard owner asked for a token can
+// take seconds.
+constexpr auto ClaimedHoldSafety = 10000ms;
 // How long a release waits for the user to let go of the held keys: XTest cannot press a key
 // that is still down on the same device.
 constexpr auto KeysUpBound = 400ms;
@@ -309,6 +313,7 @@ public:
             std::lock_guard lock(m_mutex);
             sequence = ++m_submitted;
             m_jobs.push_back({sequence, event});
+            m_jobs.back().event.id = sequence;
         }
         m_jobAdded.notify_one();
         return sequence;
@@ -384,6 +389,7 @@ public:
     // From any thread.
     void requestMode(TapMode mode);
     void requestRelease(bool replayEndingKey);
+    bool claimHold(quint64 keyId);
 
 private:
     struct HeldKey
@@ -404,6 +410,7 @@ private:
     struct Hold
     {
         bool active = false;            // the hold grabs are in place
+        quint64 keyId = 0;              // the press that began it
         bool waitingForRelease = false; // an expansion is under way: collect until releaseHeldKeys()
         bool replayEndingKey = false;
         std::optional<HeldKey> endingKey;
@@ -454,7 +461,11 @@ private:
     bool fromActiveGrab(unsigned long serial) const;
     bool wantsActiveGrab() const;
 
-    void beginHold(const HeldKey& endingKey, bool waitForRelease, bool replayEndingKey);
+    void beginHold(const HeldKey& endingKey, bool waitForRelease, bool replayEndingKey, quint64 keyId = 0);
+    // Marks the press `keyId` as not held for any expansion, unless one has claimed it already;
+    // false then.
+    bool giveUpUnlessClaimed(quint64 keyId);
+    std::chrono::milliseconds holdSafety() const;
     void updateHold(Clock::time_point now);
     bool heldKeysDown();
     void typeBack();
@@ -515,6 +526,11 @@ private:
     int m_wakeFd = -1;
 
     std::mutex m_requestMutex;
+    // Which ending keys an expansion counts on as held, and which it must not: the main thread
+    // claims, the tap's thread gives up.
+    mutable std::mutex m_claimMutex;
+    quint64 m_claimed = 0;
+    std::deque<quint64> m_givenUp;
     std::optional<std::pair<TapMode, quint64>> m_requestedMode;
     std::optional<bool> m_requestedRelease;
     bool m_stopRequested = false;
@@ -643,6 +659,32 @@ void X11KeyboardTap::Worker::requestRelease(bool replayEndingKey)
     wake(m_wakeFd);
 }
 
+bool X11KeyboardTap::Worker::claimHold(quint64 keyId)
+{
+    std::lock_guard lock(m_claimMutex);
+    if (std::find(m_givenUp.cbegin(), m_givenUp.cend(), keyId) != m_givenUp.cend())
+        return false;
+    m_claimed = keyId;
+    return true;
+}
+
+bool X11KeyboardTap::Worker::giveUpUnlessClaimed(quint64 keyId)
+{
+    std::lock_guard lock(m_claimMutex);
+    if (keyId != 0 && m_claimed == keyId)
+        return false;
+    m_givenUp.push_back(keyId);
+    if (m_givenUp.size() > 16)
+        m_givenUp.pop_front();
+    return true;
+}
+
+std::chrono::milliseconds X11KeyboardTap::Worker::holdSafety() const
+{
+    std::lock_guard lock(m_claimMutex);
+    return m_hold.keyId != 0 && m_claimed == m_hold.keyId ? ClaimedHoldSafety : HoldSafety;
+}
+
 void X11KeyboardTap::Worker::run()
 {
     const int xfd = XConnectionNumber(m_display);
@@ -712,7 +754,7 @@ int X11KeyboardTap::Worker::pollTimeout() const
     auto deadline = Clock::time_point::max();
     if (m_hold.active) {
         if (m_hold.waitingForRelease)
-            deadline = m_hold.since + HoldSafety;
+            deadline = m_hold.since + holdSafety();
         else if (!m_hold.typedBack.empty())
             deadline = m_hold.since + TypedBackBound;
         else
@@ -888,8 +930,9 @@ void X11KeyboardTap::Worker::decideRawKey(const KeyEvent& event, unsigned keycod
         if (decided)
             return;
     }
-    // The key has reached the application already; only the state it leaves behind counts.
-    m_decider->submit(event);
+    // The key has reached the application already; only the state it leaves behind counts, and
+    // no expansion may count on holding it.
+    giveUpUnlessClaimed(m_decider->submit(event));
 }
 
 void X11KeyboardTap::Worker::onGrabbedKeyPress(const XKeyEvent& xevent)
@@ -959,13 +1002,17 @@ void X11KeyboardTap::Worker::decideGrabbedKey(const KeyEvent& event, const HeldK
         if (result.sequence == sequence)
             decision = result.decision;
     }
+    // Without a decision in time the key passes, unless an expansion has already claimed it: then
+    // the decision was to hold it, and it is only late.
+    if (!decided && !giveUpUnlessClaimed(sequence))
+        decision.verdict = KeyVerdict::SwallowAndHold;
     // A hold starts before the tracking grabs go, so that they go only once it ends: the paste
     // follows this key at once and must not queue behind hundreds of ungrabs at the server.
     if (decision.verdict == KeyVerdict::SwallowAndHold)
-        beginHold(key, true, false);
+        beginHold(key, true, false, sequence);
     for (const auto& result : results)
         applyMode(result.decision.mode, result.stamp);
-    if (!decided)
+    if (!decided && decision.verdict == KeyVerdict::Pass)
         qCWarning(lcTap) << "no decision within" << DecisionTimeout.count() << "ms; the key passes";
 
     switch (decision.verdict) {
@@ -1346,7 +1393,8 @@ void X11KeyboardTap::Worker::releaseAllGrabs()
     }
 }
 
-void X11KeyboardTap::Worker::beginHold(const HeldKey& endingKey, bool waitForRelease, bool replayEndingKey)
+void X11KeyboardTap::Worker::beginHold(const HeldKey& endingKey, bool waitForRelease, bool replayEndingKey,
+                                       quint64 keyId)
 {
     if (!m_hold.active) {
         Window focus = 0;
@@ -1359,6 +1407,7 @@ void X11KeyboardTap::Worker::beginHold(const HeldKey& endingKey, bool waitForRel
     m_hold.waitingForRelease = waitForRelease;
     m_hold.replayEndingKey = replayEndingKey;
     m_hold.endingKey = endingKey;
+    m_hold.keyId = keyId;
     m_hold.since = Clock::now();
     m_hold.keysUpSince = m_hold.since;
 }
@@ -1368,9 +1417,10 @@ void X11KeyboardTap::Worker::updateHold(Clock::time_point now)
     if (!m_hold.active)
         return;
     if (m_hold.waitingForRelease) {
-        if (now - m_hold.since < HoldSafety)
-            return;
-        qCWarning(lcTap) << "held keys were not released within" << HoldSafety.count() << "ms; typing them back";
+        const auto safety = holdSafety();
+        if (now - m_hold.since < safety || (safety == HoldSafety && !giveUpUnlessClaimed(m_hold.keyId)))
+            return; // claimed meanwhile: it waits the longer time
+        qCWarning(lcTap) << "held keys were not released within" << safety.count() << "ms; typing them back";
         m_hold.waitingForRelease = false;
         m_hold.replayEndingKey = true;
         m_hold.keysUpSince = now;
@@ -1502,6 +1552,11 @@ void X11KeyboardTap::releaseHeldKeys(bool replayEndingKey)
 {
     if (m_worker)
         m_worker->requestRelease(replayEndingKey);
+}
+
+bool X11KeyboardTap::claimHold(quint64 keyId)
+{
+    return m_worker && m_worker->claimHold(keyId);
 }
 
 std::optional<QString> X11KeyboardTap::sessionProblem()

@@ -31,6 +31,7 @@ public:
     bool isRunning() const override;
     void setMode(TapMode mode) override;
     void releaseHeldKeys(bool replayEndingKey) override;
+    bool claimHold(quint64 keyId) override;
 
     // Why this session gives no access to the keyboard of other applications (a Wayland session,
     // no display, an X server without XTEST, XKB or XInput 2), or nothing when it does.
