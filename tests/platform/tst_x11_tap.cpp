@@ -111,6 +111,7 @@ private slots:
     void exclusiveModeTakesEveryKey();
     void onlyAClaimedHoldOutlastsTheSafetyLimit();
     void aStuckEndingKeyCannotBeClaimed();
+    void keysGoBackOnlyOnceCtrlIsUp();
     void desktopRemovesAndPastes();
     void pasteChord_data();
     void pasteChord();
@@ -354,6 +355,20 @@ void TestX11Tap::aStuckEndingKeyCannotBeClaimed()
     QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\ty "));
     QTRY_VERIFY(m_decide.with([this] { return m_decide.holds; }) == 1);
     QVERIFY(!m_tap.claimHold(m_decide.with([this] { return m_decide.lastHold; })));
+}
+
+void TestX11Tap::keysGoBackOnlyOnceCtrlIsUp()
+{
+    type(QStringLiteral("\\ty "));
+    QTRY_COMPARE(m_decide.with([this] { return m_decide.holds; }), 1);
+    xdotool(typing(QStringLiteral("ok")));
+    // The user reaches for Ctrl+S as the paste lands: typed back now, "ok" would be Ctrl+O, Ctrl+K.
+    xdotool(words("keydown ctrl"));
+    m_tap.releaseHeldKeys(false);
+    QTest::qWait(300);
+    QCOMPARE(m_edit.toPlainText(), QStringLiteral("\\ty"));
+    xdotool(words("keyup ctrl"));
+    QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\tyok"));
 }
 
 void TestX11Tap::exclusiveModeTakesEveryKey()

@@ -56,6 +56,8 @@ constexpr auto ClaimedHoldSafety = 10000ms;
 // that is still down on the same device.
 constexpr auto KeysUpBound = 400ms;
 constexpr auto KeysUpPoll = 3ms;
+// How long held keys wait for a shortcut modifier they were not typed with to be let go.
+constexpr auto ModifiersUpBound = 3000ms;
 constexpr auto ActiveGrabRetry = 50ms;
 constexpr auto KeymapRetry = 100ms;
 // A grab another client held a moment ago is asked for again, less often each time it is not
@@ -468,6 +470,7 @@ private:
     std::chrono::milliseconds holdSafety() const;
     void updateHold(Clock::time_point now);
     bool heldKeysDown();
+    bool shortcutModifierAdded() const;
     void typeBack();
     void typedBackArrived();
     void endHold();
@@ -1439,7 +1442,22 @@ void X11KeyboardTap::Worker::updateHold(Clock::time_point now)
     }
     if (now - m_hold.keysUpSince < KeysUpBound && heldKeysDown())
         return;
+    // A Ctrl, Alt or Super the user holds now would turn a letter typed back into a shortcut
+    // (Ctrl+W closes a tab), and XTest cannot lift a key the keyboard holds down.
+    if (now - m_hold.keysUpSince < ModifiersUpBound && shortcutModifierAdded())
+        return;
     typeBack();
+}
+
+bool X11KeyboardTap::Worker::shortcutModifierAdded() const
+{
+    const unsigned down = currentModifiers(XKB_STATE_MODS_DEPRESSED) & (ControlMask | Mod1Mask | Mod4Mask);
+    if (down == 0)
+        return false;
+    if (m_hold.replayEndingKey && m_hold.endingKey && (down & ~m_hold.endingKey->state))
+        return true;
+    return std::any_of(m_hold.keys.cbegin(), m_hold.keys.cend(),
+                       [down](const HeldKey& key) { return (down & ~key.state) != 0; });
 }
 
 bool X11KeyboardTap::Worker::heldKeysDown()
