@@ -41,7 +41,7 @@ void QuillAppDelegate::installSlashTap()
         m_retryTimer.stop();
         m_tapFailureReported = false;
         m_tapProblem.clear();
-        m_tap.setMode(m_tracker.mode());
+        changeState([](TriggerTracker&) {}); // the tap starts in the mode of the moment
         emit tapInstalled();
         return;
     }

@@ -1538,8 +1538,9 @@ X11KeyboardTap::~X11KeyboardTap()
 
 std::optional<QString> X11KeyboardTap::start(Decide decide)
 {
-    if (m_worker)
+    if (m_worker && m_worker->isRunning())
         return std::nullopt;
+    m_worker.reset(); // one whose connection failed under it starts afresh
     auto worker = std::make_unique<Worker>();
     if (auto problem = worker->open()) {
         qCWarning(lcTap) << "keyboard tap unavailable:" << *problem;
