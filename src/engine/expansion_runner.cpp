@@ -274,8 +274,13 @@ void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QS
     paste();
 }
 
-void ExpansionRunner::pasteTaken()
+void ExpansionRunner::pasteTaken(quint64 requestor)
 {
+    // A clipboard manager copies each new content at once, long before a slow target asks:
+    // only the target's own request says the paste is in.
+    if (requestor != 0 && !m_desktop.isWindowOf(m_returnApp, requestor)) {
+        return;
+    }
     if (m_holdTimer.isActive()) {
         m_holdTimer.stop();
         releaseHold();

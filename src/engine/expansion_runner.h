@@ -43,8 +43,9 @@ public slots:
     // The same for a plan the tap's thread made from its copy of the library, for the trigger
     // the key `endingKey` ended (0: no key to claim).
     void carryOutPlanned(const tavo::ExpansionPlan& plan, int length, quint64 endingKey = 0);
-    // The target application took the clipboard's content: the paste has landed.
-    void pasteTaken();
+    // A program took the clipboard's content: if it is the target, through `requestor`, one of
+    // its windows (0: unknown), the paste has landed.
+    void pasteTaken(quint64 requestor = 0);
     // A row chosen in the picker. `mustRemove` asks that at least one typed character go (the
     // first-row route).
     void chooseClip(const Clip& clip, bool mustRemove);

@@ -44,6 +44,9 @@ public:
     virtual void sendPaste(const DesktopWindow& target) = 0;
     // Whether that chord pastes the PRIMARY selection rather than the clipboard.
     virtual bool pastesFromSelection(const DesktopWindow& target) const = 0;
+    // Whether `window` (one that asked for the clipboard, say) belongs to the program that shows
+    // `app`: the target's paste, not a clipboard manager's copy.
+    virtual bool isWindowOf(const DesktopWindow& app, quint64 window) const = 0;
     // Blocks until the X server has processed every key sent so far.
     virtual void flush() = 0;
 

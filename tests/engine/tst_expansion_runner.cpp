@@ -33,6 +33,11 @@ public:
     void sendEscape() override { log << QStringLiteral("escape"); }
     void sendPaste(const DesktopWindow&) override { log << QStringLiteral("paste"); }
     bool pastesFromSelection(const DesktopWindow&) const override { return false; }
+    // Windows of one program share the bits above the lowest sixteen, as X ids do.
+    bool isWindowOf(const DesktopWindow& app, quint64 window) const override
+    {
+        return (window >> 16) == (app.id >> 16);
+    }
     void flush() override {}
     bool openUrl(const QString& url) override
     {
@@ -158,7 +163,9 @@ void TestExpansionRunner::pastesAfterRemovingTheTrigger()
              (QStringList{QStringLiteral("activate"), QStringLiteral("backspace x3"), QStringLiteral("paste")}));
     QCOMPARE(m_pasteboard.text, QStringLiteral("Thank you! "));
     QVERIFY(m_tap.releases.isEmpty()); // held until the paste lands
-    m_runner->pasteTaken();
+    m_runner->pasteTaken(0x5200001);   // a clipboard manager's copy is no paste
+    QVERIFY(m_tap.releases.isEmpty());
+    m_runner->pasteTaken(m_desktop.front.id + 1); // another window of the target's
     QCOMPARE(m_tap.releases, QList<bool>{false});
     m_runner->pasteTaken(); // a second read of the same paste releases nothing more
     QCOMPARE(m_tap.releases.size(), 1);

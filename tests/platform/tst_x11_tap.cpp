@@ -2,17 +2,20 @@
 // (never sent to a window, which would bypass the grabs) into a real Qt text field, under Xvfb
 // with and without a window manager.
 
+#include "platform/qt/qt_pasteboard.h"
 #include "platform/x11/x11_desktop.h"
 #include "platform/x11/x11_keyboard_tap.h"
 
 #include <QApplication>
 #include <QClipboard>
+#include <QMimeData>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QScopeGuard>
+#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
 #include <QThread>
@@ -113,6 +116,7 @@ private slots:
     void aStuckEndingKeyCannotBeClaimed();
     void keysGoBackOnlyOnceCtrlIsUp();
     void desktopRemovesAndPastes();
+    void aClipboardManagersCopyIsToldFromTheTargets();
     void pasteChord_data();
     void pasteChord();
 
@@ -369,6 +373,32 @@ void TestX11Tap::keysGoBackOnlyOnceCtrlIsUp()
     QCOMPARE(m_edit.toPlainText(), QStringLiteral("\\ty"));
     xdotool(words("keyup ctrl"));
     QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\tyok"));
+}
+
+void TestX11Tap::aClipboardManagersCopyIsToldFromTheTargets()
+{
+    X11Desktop desktop;
+    tavo::QtPasteboard pasteboard;
+    QSignalSpy requested(&pasteboard, &tavo::QtPasteboard::dataRequested);
+    auto data = std::make_unique<QMimeData>();
+    data->setText(QStringLiteral("Thank you!"));
+    pasteboard.write(std::move(data));
+
+    // Another program reads it, as a clipboard manager does the moment the content changes.
+    QProcess manager;
+    manager.start(QStringLiteral("xclip"), words("-o -selection clipboard"));
+    // Not waitForFinished(): this event loop serves the request.
+    QTRY_COMPARE_WITH_TIMEOUT(manager.state(), QProcess::NotRunning, 5000);
+    QCOMPARE(manager.readAllStandardOutput(), QByteArray("Thank you!"));
+    QTRY_COMPARE(requested.count(), 1);
+    const quint64 requestor = requested.first().first().toULongLong();
+    QVERIFY(requestor != 0);
+
+    const tavo::DesktopWindow target = desktop.activeWindow();
+    QVERIFY(!desktop.isWindowOf(target, requestor));
+    QVERIFY(desktop.isWindowOf(target, target.id));
+    QWidget another; // the target's requests come from some window of its own
+    QVERIFY(desktop.isWindowOf(target, another.winId()));
 }
 
 void TestX11Tap::exclusiveModeTakesEveryKey()

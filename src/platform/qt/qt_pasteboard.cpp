@@ -1,8 +1,12 @@
 #include "platform/qt/qt_pasteboard.h"
 
+#include <QAbstractNativeEventFilter>
 #include <QClipboard>
+#include <QCoreApplication>
 #include <QGuiApplication>
 #include <QPointer>
+
+#include <xcb/xcb.h>
 
 namespace tavo {
 
@@ -32,9 +36,41 @@ private:
     QPointer<QtPasteboard> m_owner;
 };
 
+namespace {
+
+// Remembers the window behind the latest selection request; Qt answers the request, and reads
+// our data for it, right after the filter has seen it.
+class SelectionRequests : public QAbstractNativeEventFilter
+{
+public:
+    quint64 requestor = 0;
+
+    bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr*) override
+    {
+        if (eventType == "xcb_generic_event_t") {
+            const auto* event = static_cast<const xcb_generic_event_t*>(message);
+            if ((event->response_type & 0x7f) == XCB_SELECTION_REQUEST) {
+                requestor = reinterpret_cast<const xcb_selection_request_event_t*>(event)->requestor;
+            }
+        }
+        return false;
+    }
+};
+
+} // namespace
+
 QtPasteboard::QtPasteboard(QObject* parent)
     : QObject(parent)
+    , m_requests(std::make_unique<SelectionRequests>())
 {
+    QCoreApplication::instance()->installNativeEventFilter(m_requests.get());
+}
+
+QtPasteboard::~QtPasteboard()
+{
+    if (QCoreApplication* application = QCoreApplication::instance()) {
+        application->removeNativeEventFilter(m_requests.get());
+    }
 }
 
 QString QtPasteboard::string() const
@@ -79,7 +115,9 @@ void QtPasteboard::noteRequest()
     if (m_readingOwnContent) {
         return;
     }
-    QMetaObject::invokeMethod(this, &QtPasteboard::dataRequested, Qt::QueuedConnection);
+    const quint64 requestor = static_cast<SelectionRequests*>(m_requests.get())->requestor;
+    QMetaObject::invokeMethod(
+        this, [this, requestor] { emit dataRequested(requestor); }, Qt::QueuedConnection);
 }
 
 } // namespace tavo

@@ -18,6 +18,7 @@
 // X11 last: its macros (None, Bool, Status) clash with Qt's names.
 #include <X11/XKBlib.h>
 #include <X11/Xatom.h>
+#include <X11/Xlib-xcb.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
@@ -580,6 +581,17 @@ QString X11Desktop::pasteChordFor(const QString& windowClass)
 bool X11Desktop::pastesFromPrimary(const QString& windowClass)
 {
     return primaryClasses().contains(windowClass.toLower());
+}
+
+bool X11Desktop::isWindowOf(const DesktopWindow& app, quint64 window) const
+{
+    if (!m_display || !app.isValid() || window == 0) {
+        return false;
+    }
+    // The server gives each connection its own range of resource ids: the bits above the mask
+    // name the client that made a window.
+    const quint64 mask = xcb_get_setup(XGetXCBConnection(m_display))->resource_id_mask;
+    return (window & ~mask) == (app.id & ~mask);
 }
 
 } // namespace tavo

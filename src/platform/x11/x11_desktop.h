@@ -34,6 +34,7 @@ public:
     void sendEscape() override;
     void sendPaste(const DesktopWindow& target) override;
     bool pastesFromSelection(const DesktopWindow& target) const override;
+    bool isWindowOf(const DesktopWindow& app, quint64 window) const override;
     void flush() override;
 
     bool openUrl(const QString& url) override;
