@@ -123,29 +123,21 @@ void ExpansionRunner::openPicker(bool slashTriggered)
     }
 }
 
-void ExpansionRunner::autoExpand(const QString& trigger, const QString& suffix, int length)
-{
-    if (m_accounts.isAuthenticated()) {
-        carryOut(planExpansion(trigger, suffix, library()), length);
-    } else {
-        carryOutPlanned({}, length);
-    }
-}
-
 void ExpansionRunner::carryOutPlanned(const ExpansionPlan& plan, int length, quint64 endingKey)
 {
+    if (!m_delegate.claimHold(endingKey)) {
+        // The ending key went on to the application after all, and maybe more keys behind it:
+        // removing the trigger now would remove them. Nothing is held, so nothing is released.
+        emit hidePickerRequested();
+        notice(QStringLiteral("Tavo was too busy to expand that shortcut in time; it stays as typed."));
+        return;
+    }
+    m_heldKey = endingKey;
     if (!m_accounts.isAuthenticated()) {
         // Signed out since the plan was made: nothing of the library may come out.
         m_delegate.setTriggerTracking(false);
         emit hidePickerRequested();
         finishWithoutPaste(true);
-        return;
-    }
-    if (endingKey != 0 && !m_delegate.claimHold(endingKey)) {
-        // The ending key went on to the application after all, and maybe more keys behind it:
-        // removing the trigger now would remove them. Nothing is held, so nothing is released.
-        emit hidePickerRequested();
-        notice(QStringLiteral("Tavo was too busy to expand that shortcut in time; it stays as typed."));
         return;
     }
     carryOut(plan, length);
@@ -289,7 +281,10 @@ void ExpansionRunner::pasteTaken(quint64 requestor)
 
 void ExpansionRunner::releaseHold()
 {
-    m_delegate.releaseHeldKeys(false);
+    // Once: a second release (a portrait's paste after its download) has no hold of its own.
+    if (const quint64 key = std::exchange(m_heldKey, 0)) {
+        m_delegate.releaseHeldKeys(key, false);
+    }
     if (!m_pendingNotice.isEmpty()) {
         notice(std::exchange(m_pendingNotice, QString()));
     }
@@ -297,7 +292,9 @@ void ExpansionRunner::releaseHold()
 
 void ExpansionRunner::finishWithoutPaste(bool giveBackEndingKey)
 {
-    m_delegate.releaseHeldKeys(giveBackEndingKey);
+    if (const quint64 key = std::exchange(m_heldKey, 0)) {
+        m_delegate.releaseHeldKeys(key, giveBackEndingKey);
+    }
 }
 
 void ExpansionRunner::removeTrigger(int count, int cap)

@@ -39,10 +39,9 @@ public:
 
 public slots:
     void openPicker(bool slashTriggered);
-    void autoExpand(const QString& trigger, const QString& suffix, int length);
-    // The same for a plan the tap's thread made from its copy of the library, for the trigger
-    // the key `endingKey` ended (0: no key to claim).
-    void carryOutPlanned(const tavo::ExpansionPlan& plan, int length, quint64 endingKey = 0);
+    // Carries out a plan the tap's thread made from its copy of the library, for the trigger
+    // the key `endingKey` ended, once that key is sure to be held.
+    void carryOutPlanned(const tavo::ExpansionPlan& plan, int length, quint64 endingKey);
     // A program took the clipboard's content: if it is the target, through `requestor`, one of
     // its windows (0: unknown), the paste has landed.
     void pasteTaken(quint64 requestor = 0);
@@ -80,6 +79,7 @@ private:
     DesktopWindow m_returnApp;
     QTimer m_holdTimer;
     bool m_pickerShowsHiddenOnly = false;
+    quint64 m_heldKey = 0; // the key whose hold the expansion under way claimed
     QString m_pendingNotice;
 };
 

@@ -211,9 +211,9 @@ void QuillAppDelegate::clearQueryBuffer()
     m_tracker.queryBuffer.clear();
 }
 
-void QuillAppDelegate::releaseHeldKeys(bool replayEndingKey)
+void QuillAppDelegate::releaseHeldKeys(quint64 endingKey, bool replayEndingKey)
 {
-    m_tap.releaseHeldKeys(replayEndingKey);
+    m_tap.releaseHeldKeys(endingKey, replayEndingKey);
 }
 
 bool QuillAppDelegate::claimHold(quint64 endingKey)

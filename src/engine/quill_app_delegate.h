@@ -52,8 +52,9 @@ public:
     TapDecision decide(const KeyEvent& event);
 
     // Lets the keys held since a trigger ended go on to the application.
-    void releaseHeldKeys(bool replayEndingKey);
-    // Whether the key that ended a planned trigger is still held, and stays so until released.
+    void releaseHeldKeys(quint64 endingKey, bool replayEndingKey);
+    // Whether the key that ended a planned trigger is still held, and stays so until released
+    // (within the tap's bound).
     bool claimHold(quint64 endingKey);
 
 signals:

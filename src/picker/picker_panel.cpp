@@ -373,8 +373,15 @@ void PickerPanel::hidePanel()
 {
     m_queryQueued = false;
     hide();
-    setRefusesFocus(true); // the next opening leaves the keyboard where it is again
     m_search.value.clear();
+}
+
+void PickerPanel::hideEvent(QHideEvent* event)
+{
+    // However it closes (here, or by the window manager), the next opening leaves the keyboard
+    // where it is.
+    setRefusesFocus(true);
+    QWidget::hideEvent(event);
 }
 
 bool PickerPanel::refusesFocus() const

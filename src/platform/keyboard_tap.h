@@ -51,17 +51,18 @@ public:
     // Safe from any thread; takes effect before the next key is decided.
     virtual void setMode(TapMode mode) = 0;
 
-    // Ends a hold: the keys typed meanwhile reach the focused application in the order typed,
-    // once the user has let go of them. With `replayEndingKey`, the key that ended the trigger
-    // goes first, as if it had never been held (nothing was expanded for it). Safe from any
-    // thread.
-    virtual void releaseHeldKeys(bool replayEndingKey) = 0;
+    // Ends the hold the key `keyId` began: the keys typed meanwhile reach the focused
+    // application in the order typed, once the user has let go of them. With
+    // `replayEndingKey`, the key that ended the trigger goes first, as if it had never been held
+    // (nothing was expanded for it). A release for a hold that has ended does nothing. Safe from
+    // any thread.
+    virtual void releaseHeldKeys(quint64 keyId, bool replayEndingKey) = 0;
     // Called before an expansion removes the typed trigger, with the id of the key that ended
-    // it. True: that key and the keys typed after it are held, and stay held until
-    // releaseHeldKeys() however long the expansion takes. False: the key reached the application
-    // after all (no decision in time, or it came by a way that cannot hold), or the tap gave the
-    // keys back on its own; removing the trigger now would remove other text. Safe from any
-    // thread.
+    // it. True: that key and the keys typed after it are held until releaseHeldKeys(), for as
+    // long as an expansion can reasonably take (seconds, for a slow clipboard owner). False: the
+    // key reached the application after all (no decision in time, or it came by a way that
+    // cannot hold), or the tap gave the keys back on its own; removing the trigger now would
+    // remove other text. Safe from any thread.
     virtual bool claimHold(quint64 keyId) = 0;
 };
 

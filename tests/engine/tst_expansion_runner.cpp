@@ -59,7 +59,12 @@ public:
     void stop() override {}
     bool isRunning() const override { return true; }
     void setMode(TapMode) override {}
-    void releaseHeldKeys(bool replayEndingKey) override { releases << replayEndingKey; }
+    void releaseHeldKeys(quint64 keyId, bool replayEndingKey) override
+    {
+        releasedKeys << keyId;
+        releases << replayEndingKey;
+    }
+    QList<quint64> releasedKeys;
     bool claimHold(quint64 keyId) override
     {
         claims << keyId;
@@ -103,7 +108,8 @@ private slots:
     void theTapDecidesAnEndingKeyOnItsOwn();
 
 private:
-    void typeTrigger(const QString& trigger, const QString& suffix = QStringLiteral(" "));
+    // As the tap hands a trigger to the main thread: planned, with the id of its ending key.
+    void typeTrigger(const QString& trigger, const QString& suffix = QStringLiteral(" "), int length = -1);
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<Defaults> m_defaults;
@@ -150,10 +156,13 @@ void TestExpansionRunner::cleanup()
     m_delegate.reset();
 }
 
-void TestExpansionRunner::typeTrigger(const QString& trigger, const QString& suffix)
+void TestExpansionRunner::typeTrigger(const QString& trigger, const QString& suffix, int length)
 {
+    static quint64 endingKey = 0;
     m_runner->openPicker(true);
-    m_runner->autoExpand(trigger, suffix, static_cast<int>(trigger.size()));
+    m_runner->carryOutPlanned(planExpansion(trigger, suffix, m_runner->library()),
+                              length < 0 ? static_cast<int>(trigger.size()) : length, ++endingKey);
+    QCOMPARE(m_tap.claims.last(), endingKey);
 }
 
 void TestExpansionRunner::pastesAfterRemovingTheTrigger()
@@ -167,7 +176,8 @@ void TestExpansionRunner::pastesAfterRemovingTheTrigger()
     QVERIFY(m_tap.releases.isEmpty());
     m_runner->pasteTaken(m_desktop.front.id + 1); // another window of the target's
     QCOMPARE(m_tap.releases, QList<bool>{false});
-    m_runner->pasteTaken(); // a second read of the same paste releases nothing more
+    QCOMPARE(m_tap.releasedKeys, m_tap.claims); // the hold it claimed, none other
+    m_runner->pasteTaken();                     // a second read of the same paste releases nothing more
     QCOMPARE(m_tap.releases.size(), 1);
 }
 
@@ -203,8 +213,7 @@ void TestExpansionRunner::spreadsheetGetsOneEscape()
 void TestExpansionRunner::websiteRemovesAWholeLongTrigger()
 {
     // A trigger the picker grew to 100 characters: all of them go.
-    m_runner->openPicker(true);
-    m_runner->autoExpand(QStringLiteral("\\docs.web"), QStringLiteral(" "), 100);
+    typeTrigger(QStringLiteral("\\docs.web"), QStringLiteral(" "), 100);
     QCOMPARE(m_desktop.log, (QStringList{QStringLiteral("activate"), QStringLiteral("backspace x100"),
                                          QStringLiteral("open https://example.org/docs")}));
     QCOMPARE(m_tap.releases, QList<bool>{false});
@@ -212,8 +221,7 @@ void TestExpansionRunner::websiteRemovesAWholeLongTrigger()
 
 void TestExpansionRunner::applicationRemovalStopsAtEighty()
 {
-    m_runner->openPicker(true);
-    m_runner->autoExpand(QStringLiteral("\\term.app"), QStringLiteral(" "), 100);
+    typeTrigger(QStringLiteral("\\term.app"), QStringLiteral(" "), 100);
     QCOMPARE(m_desktop.log, (QStringList{QStringLiteral("activate"), QStringLiteral("backspace x80"),
                                          QStringLiteral("launch term.desktop")}));
 }

@@ -200,8 +200,8 @@ void TestPickerWindow::theTargetKeepsTheKeyboardUntilAFaceAsksForIt()
     QCOMPARE(m_target->toPlainText(), u"abc"_s);
     QCOMPARE(panel.winId(), panelWindow);
 
-    // Closed and opened again, it refuses the focus once more.
-    panel.hidePanel();
+    // Closed (as a window manager closes it) and opened again, it refuses the focus once more.
+    panel.close();
     m_target->activateWindow();
     QTRY_COMPARE(focusedWindow(), Window(m_target->winId()));
     panel.showFor(*m_db);

@@ -20,6 +20,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <functional>
+
 using tavo::KeyEvent;
 using tavo::KeyVerdict;
 using tavo::TapDecision;
@@ -56,9 +58,10 @@ struct ScriptedDecide
     QString seen;
     int holds = 0;
     bool tracking = false;
-    std::optional<TapMode> fixedMode; // every key passes, but letters in Exclusive
-    QString slowOn;                   // a key whose decision gets stuck
-    quint64 lastHold = 0;             // the id of the last key held
+    std::optional<TapMode> fixedMode;        // every key passes, but letters in Exclusive
+    QString slowOn;                          // a key whose decision gets stuck
+    quint64 lastHold = 0;                    // the id of the last key held
+    std::function<void(quint64)> whileStuck; // told the stuck key's id before its decision comes
     QMutex mutex;
 
     TapDecision decide(const KeyEvent& event)
@@ -67,6 +70,8 @@ struct ScriptedDecide
         seen += event.text;
         if (!slowOn.isEmpty() && event.text == slowOn) {
             // A decision stuck far beyond what the tap may wait for.
+            if (whileStuck)
+                whileStuck(event.id);
             lock.unlock();
             QThread::msleep(200);
             lock.relock();
@@ -114,6 +119,7 @@ private slots:
     void exclusiveModeTakesEveryKey();
     void onlyAClaimedHoldOutlastsTheSafetyLimit();
     void aStuckEndingKeyCannotBeClaimed();
+    void aStuckEndingKeyClaimedInTimeIsHeld();
     void keysGoBackOnlyOnceCtrlIsUp();
     void desktopRemovesAndPastes();
     void aClipboardManagersCopyIsToldFromTheTargets();
@@ -313,7 +319,7 @@ void TestX11Tap::endingKeyAndLaterKeysAreHeld()
         const QString before = m_edit.toPlainText();
         QTest::qWait(100);
         QCOMPARE(m_edit.toPlainText(), before);
-        m_tap.releaseHeldKeys(replayEndingKey);
+        m_tap.releaseHeldKeys(m_decide.with([this] { return m_decide.lastHold; }), replayEndingKey);
     }
     QTRY_COMPARE(m_edit.toPlainText(), expected);
     // The held keys were decided when typed back, each ending key once.
@@ -341,10 +347,10 @@ void TestX11Tap::onlyAClaimedHoldOutlastsTheSafetyLimit()
             QVERIFY(!m_tap.claimHold(space));
             continue;
         }
-        // Claimed, they wait for the release however long the expansion takes.
+        // Claimed, they wait for the release past the second an unclaimed hold gets.
         QTest::qWait(1500);
         QCOMPARE(m_edit.toPlainText(), QStringLiteral("\\ty"));
-        m_tap.releaseHeldKeys(false);
+        m_tap.releaseHeldKeys(space, false);
         QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\tyok"));
     }
 }
@@ -361,6 +367,28 @@ void TestX11Tap::aStuckEndingKeyCannotBeClaimed()
     QVERIFY(!m_tap.claimHold(m_decide.with([this] { return m_decide.lastHold; })));
 }
 
+void TestX11Tap::aStuckEndingKeyClaimedInTimeIsHeld()
+{
+    // The expansion is planned and claims the space while the tap still waits for the verdict:
+    // the verdict was to hold, only late, and the space is held.
+    quint64 claimed = 0;
+    m_decide.with([&] {
+        m_decide.slowOn = QStringLiteral(" ");
+        m_decide.whileStuck = [&](quint64 id) {
+            if (m_tap.claimHold(id))
+                claimed = id;
+        };
+    });
+    auto forget = qScopeGuard([this] { m_decide.with([this] { m_decide.whileStuck = nullptr; }); });
+    type(QStringLiteral("\\ty "));
+    QTRY_VERIFY(m_decide.with([&] { return claimed; }) != 0);
+    xdotool(typing(QStringLiteral("ok")));
+    QTest::qWait(300);
+    QCOMPARE(m_edit.toPlainText(), QStringLiteral("\\ty"));
+    m_tap.releaseHeldKeys(m_decide.with([&] { return claimed; }), false);
+    QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\tyok"));
+}
+
 void TestX11Tap::keysGoBackOnlyOnceCtrlIsUp()
 {
     type(QStringLiteral("\\ty "));
@@ -368,9 +396,11 @@ void TestX11Tap::keysGoBackOnlyOnceCtrlIsUp()
     xdotool(typing(QStringLiteral("ok")));
     // The user reaches for Ctrl+S as the paste lands: typed back now, "ok" would be Ctrl+O, Ctrl+K.
     xdotool(words("keydown ctrl"));
-    m_tap.releaseHeldKeys(false);
+    auto liftCtrl = qScopeGuard([this] { xdotool(words("keyup ctrl")); });
+    m_tap.releaseHeldKeys(m_decide.with([this] { return m_decide.lastHold; }), false);
     QTest::qWait(300);
     QCOMPARE(m_edit.toPlainText(), QStringLiteral("\\ty"));
+    liftCtrl.dismiss();
     xdotool(words("keyup ctrl"));
     QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\tyok"));
 }

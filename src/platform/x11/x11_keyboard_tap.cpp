@@ -48,6 +48,9 @@ using namespace std::chrono_literals;
 constexpr auto DecisionTimeout = 50ms;
 // Held keys go back by themselves if nobody ends the hold, so a lost release never eats typing.
 constexpr auto HoldSafety = 1000ms;
+// Every press the tap decides gets a number, unique for the process (a restarted tap goes on
+// counting), so that an expansion can name the key whose hold it counts on.
+std::atomic<quint64> g_nextKeyId{0};
 // A hold an expansion has claimed waits longer: its trigger is removed by then, and keys given
 // back before the paste would land in front of it. A slow clipboard owner asked for a token can
 // take seconds.
@@ -315,7 +318,6 @@ public:
             std::lock_guard lock(m_mutex);
             sequence = ++m_submitted;
             m_jobs.push_back({sequence, event});
-            m_jobs.back().event.id = sequence;
         }
         m_jobAdded.notify_one();
         return sequence;
@@ -390,7 +392,7 @@ public:
 
     // From any thread.
     void requestMode(TapMode mode);
-    void requestRelease(bool replayEndingKey);
+    void requestRelease(quint64 keyId, bool replayEndingKey);
     bool claimHold(quint64 keyId);
 
 private:
@@ -464,9 +466,12 @@ private:
     bool wantsActiveGrab() const;
 
     void beginHold(const HeldKey& endingKey, bool waitForRelease, bool replayEndingKey, quint64 keyId = 0);
-    // Marks the press `keyId` as not held for any expansion, unless one has claimed it already;
-    // false then.
-    bool giveUpUnlessClaimed(quint64 keyId);
+    // The press `keyId` is held or has gone on to the application: presses are settled in the
+    // order they are numbered. One an expansion has claimed already is held whatever `hold`
+    // says (its decision is only late). Returns whether it is held.
+    bool settleKey(quint64 keyId, bool hold);
+    // The hold of `keyId` ends, unless an expansion has claimed it; false then.
+    bool dropHoldUnlessClaimed(quint64 keyId);
     std::chrono::milliseconds holdSafety() const;
     void updateHold(Clock::time_point now);
     bool heldKeysDown();
@@ -532,10 +537,11 @@ private:
     // Which ending keys an expansion counts on as held, and which it must not: the main thread
     // claims, the tap's thread gives up.
     mutable std::mutex m_claimMutex;
+    quint64 m_settledUpTo = 0; // presses up to this one are held or gone on
+    quint64 m_heldKey = 0;     // the press whose hold is on
     quint64 m_claimed = 0;
-    std::deque<quint64> m_givenUp;
     std::optional<std::pair<TapMode, quint64>> m_requestedMode;
-    std::optional<bool> m_requestedRelease;
+    std::optional<std::pair<quint64, bool>> m_requestedRelease; // the hold's key, replay
     bool m_stopRequested = false;
 };
 
@@ -653,11 +659,11 @@ void X11KeyboardTap::Worker::requestMode(TapMode mode)
     wake(m_wakeFd);
 }
 
-void X11KeyboardTap::Worker::requestRelease(bool replayEndingKey)
+void X11KeyboardTap::Worker::requestRelease(quint64 keyId, bool replayEndingKey)
 {
     {
         std::lock_guard lock(m_requestMutex);
-        m_requestedRelease = replayEndingKey;
+        m_requestedRelease = std::make_pair(keyId, replayEndingKey);
     }
     wake(m_wakeFd);
 }
@@ -665,20 +671,31 @@ void X11KeyboardTap::Worker::requestRelease(bool replayEndingKey)
 bool X11KeyboardTap::Worker::claimHold(quint64 keyId)
 {
     std::lock_guard lock(m_claimMutex);
-    if (std::find(m_givenUp.cbegin(), m_givenUp.cend(), keyId) != m_givenUp.cend())
+    // Held now, or not settled yet: then the tap holds it however late its decision comes.
+    if (keyId == 0 || (keyId != m_heldKey && keyId <= m_settledUpTo))
         return false;
     m_claimed = keyId;
     return true;
 }
 
-bool X11KeyboardTap::Worker::giveUpUnlessClaimed(quint64 keyId)
+bool X11KeyboardTap::Worker::settleKey(quint64 keyId, bool hold)
+{
+    std::lock_guard lock(m_claimMutex);
+    m_settledUpTo = std::max(m_settledUpTo, keyId);
+    if (m_claimed == keyId)
+        hold = true;
+    if (hold)
+        m_heldKey = keyId;
+    return hold;
+}
+
+bool X11KeyboardTap::Worker::dropHoldUnlessClaimed(quint64 keyId)
 {
     std::lock_guard lock(m_claimMutex);
     if (keyId != 0 && m_claimed == keyId)
         return false;
-    m_givenUp.push_back(keyId);
-    if (m_givenUp.size() > 16)
-        m_givenUp.pop_front();
+    if (m_heldKey == keyId)
+        m_heldKey = 0;
     return true;
 }
 
@@ -826,7 +843,7 @@ void X11KeyboardTap::Worker::handleEvent(XEvent& event)
 void X11KeyboardTap::Worker::handleRequests()
 {
     std::optional<std::pair<TapMode, quint64>> mode;
-    std::optional<bool> release;
+    std::optional<std::pair<quint64, bool>> release;
     {
         std::lock_guard lock(m_requestMutex);
         mode.swap(m_requestedMode);
@@ -836,9 +853,11 @@ void X11KeyboardTap::Worker::handleRequests()
     if (mode)
         applyMode(mode->first, mode->second);
     if (release) {
-        if (m_hold.active && m_hold.waitingForRelease) {
+        // Only for the hold it was meant for: a late second release must not cut short a newer
+        // hold, whose paste has not landed yet.
+        if (m_hold.active && m_hold.waitingForRelease && release->first == m_hold.keyId) {
             m_hold.waitingForRelease = false;
-            m_hold.replayEndingKey = *release;
+            m_hold.replayEndingKey = release->second;
             m_hold.keysUpSince = Clock::now();
         } else {
             qCDebug(lcTap) << "release of held keys with nothing held";
@@ -934,8 +953,11 @@ void X11KeyboardTap::Worker::decideRawKey(const KeyEvent& event, unsigned keycod
             return;
     }
     // The key has reached the application already; only the state it leaves behind counts, and
-    // no expansion may count on holding it.
-    giveUpUnlessClaimed(m_decider->submit(event));
+    // no expansion may count on holding it: settled before anybody can know its number.
+    KeyEvent numbered = event;
+    numbered.id = ++g_nextKeyId;
+    settleKey(numbered.id, false);
+    m_decider->submit(numbered);
 }
 
 void X11KeyboardTap::Worker::onGrabbedKeyPress(const XKeyEvent& xevent)
@@ -997,22 +1019,26 @@ void X11KeyboardTap::Worker::onGrabbedKeyPress(const XKeyEvent& xevent)
 void X11KeyboardTap::Worker::decideGrabbedKey(const KeyEvent& event, const HeldKey& key, bool owned)
 {
     handleRequests();
-    const quint64 sequence = m_decider->submit(event);
-    const bool decided = m_decider->waitFor(sequence, Clock::now() + DecisionTimeout);
+    KeyEvent numbered = event;
+    numbered.id = ++g_nextKeyId;
+    const quint64 sequence = m_decider->submit(numbered);
+    bool decided = m_decider->waitFor(sequence, Clock::now() + DecisionTimeout);
     TapDecision decision{KeyVerdict::Pass, m_mode};
     const auto results = m_decider->takeResults();
     for (const auto& result : results) {
-        if (result.sequence == sequence)
+        if (result.sequence == sequence) {
             decision = result.decision;
+            decided = true; // just after the wait gave up
+        }
     }
     // Without a decision in time the key passes, unless an expansion has already claimed it: then
     // the decision was to hold it, and it is only late.
-    if (!decided && !giveUpUnlessClaimed(sequence))
+    if (settleKey(numbered.id, decision.verdict == KeyVerdict::SwallowAndHold))
         decision.verdict = KeyVerdict::SwallowAndHold;
     // A hold starts before the tracking grabs go, so that they go only once it ends: the paste
     // follows this key at once and must not queue behind hundreds of ungrabs at the server.
     if (decision.verdict == KeyVerdict::SwallowAndHold)
-        beginHold(key, true, false, sequence);
+        beginHold(key, true, false, numbered.id);
     for (const auto& result : results)
         applyMode(result.decision.mode, result.stamp);
     if (!decided && decision.verdict == KeyVerdict::Pass)
@@ -1421,8 +1447,10 @@ void X11KeyboardTap::Worker::updateHold(Clock::time_point now)
         return;
     if (m_hold.waitingForRelease) {
         const auto safety = holdSafety();
-        if (now - m_hold.since < safety || (safety == HoldSafety && !giveUpUnlessClaimed(m_hold.keyId)))
-            return; // claimed meanwhile: it waits the longer time
+        if (now - m_hold.since < safety)
+            return;
+        if (safety == HoldSafety && !dropHoldUnlessClaimed(m_hold.keyId))
+            return; // claimed just now: it waits the longer time
         qCWarning(lcTap) << "held keys were not released within" << safety.count() << "ms; typing them back";
         m_hold.waitingForRelease = false;
         m_hold.replayEndingKey = true;
@@ -1451,7 +1479,12 @@ void X11KeyboardTap::Worker::updateHold(Clock::time_point now)
 
 bool X11KeyboardTap::Worker::shortcutModifierAdded() const
 {
-    const unsigned down = currentModifiers(XKB_STATE_MODS_DEPRESSED) & (ControlMask | Mod1Mask | Mod4Mask);
+    // Asked of the server, not of the state the tap's events build: a Ctrl pressed a moment ago
+    // may still be on its way as an event.
+    XkbStateRec state{};
+    if (XkbGetState(m_display, XkbUseCoreKbd, &state) != Success)
+        return false;
+    const unsigned down = state.base_mods & (ControlMask | Mod1Mask | Mod4Mask);
     if (down == 0)
         return false;
     if (m_hold.replayEndingKey && m_hold.endingKey && (down & ~m_hold.endingKey->state))
@@ -1504,6 +1537,11 @@ void X11KeyboardTap::Worker::typedBackArrived()
 
 void X11KeyboardTap::Worker::endHold()
 {
+    {
+        std::lock_guard lock(m_claimMutex);
+        if (m_heldKey == m_hold.keyId)
+            m_heldKey = 0;
+    }
     m_hold = Hold{};
     // The active grab first, so that no key slips past between the two.
     syncActiveGrab();
@@ -1567,15 +1605,15 @@ void X11KeyboardTap::setMode(TapMode mode)
         m_worker->requestMode(mode);
 }
 
-void X11KeyboardTap::releaseHeldKeys(bool replayEndingKey)
+void X11KeyboardTap::releaseHeldKeys(quint64 keyId, bool replayEndingKey)
 {
     if (m_worker)
-        m_worker->requestRelease(replayEndingKey);
+        m_worker->requestRelease(keyId, replayEndingKey);
 }
 
 bool X11KeyboardTap::claimHold(quint64 keyId)
 {
-    return m_worker && m_worker->claimHold(keyId);
+    return m_worker && m_worker->isRunning() && m_worker->claimHold(keyId);
 }
 
 std::optional<QString> X11KeyboardTap::sessionProblem()

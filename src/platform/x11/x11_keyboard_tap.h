@@ -30,7 +30,7 @@ public:
     void stop() override;
     bool isRunning() const override;
     void setMode(TapMode mode) override;
-    void releaseHeldKeys(bool replayEndingKey) override;
+    void releaseHeldKeys(quint64 keyId, bool replayEndingKey) override;
     bool claimHold(quint64 keyId) override;
 
     // Why this session gives no access to the keyboard of other applications (a Wayland session,
