@@ -16,6 +16,7 @@
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QScreen>
 #include <QScrollBar>
 #include <QSlider>
@@ -77,6 +78,8 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     , m_showHidden(new QCheckBox(QStringLiteral("Show hidden"), this))
     , m_hiddenOnly(new QCheckBox(QStringLiteral("Incognito · hidden only"), this))
     , m_resultLine(new QLabel(this))
+    , m_hint(new QLabel(QStringLiteral("Keep typing in your app · exact shortcut + space expands"), this))
+    , m_hiddenSwitches(new QWidget(this))
     , m_body(new QStackedWidget(this))
     , m_rows(new QListWidget(this))
 {
@@ -97,7 +100,7 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     m_query->setToolTip(QStringLiteral("Type to search shortcuts · Drag the background to move this popup"));
 
     auto* title = new QLabel(QStringLiteral("<b>Tavo · choose a shortcut</b>"), this);
-    auto* hint = new QLabel(QStringLiteral("Keep typing in your app · exact shortcut + space expands"), this);
+    auto* hint = m_hint;
     auto* home = new QPushButton(QStringLiteral("Reset"), this);
     home->setToolTip(QStringLiteral("Move popup to its default position · drag this header to place it"));
     auto* open = new QPushButton(QStringLiteral("Open Tavo"), this);
@@ -189,7 +192,10 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     auto* scope = new QHBoxLayout;
     scope->addWidget(m_category, 1);
     scope->addWidget(m_collection, 1);
-    auto* hidden = new QHBoxLayout;
+    auto* hidden = new QHBoxLayout(m_hiddenSwitches);
+    hidden->setContentsMargins(0, 0, 0, 0);
+    m_showHidden->setParent(m_hiddenSwitches);
+    m_hiddenOnly->setParent(m_hiddenSwitches);
     hidden->addWidget(m_showHidden);
     hidden->addWidget(m_hiddenOnly);
     hidden->addStretch();
@@ -218,7 +224,7 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     layout->addWidget(hint);
     layout->addWidget(m_query);
     layout->addLayout(scope);
-    layout->addLayout(hidden);
+    layout->addWidget(m_hiddenSwitches);
     layout->addWidget(m_resultLine);
     layout->addWidget(m_body, 1);
     layout->addLayout(footer); // below the rows: the first row stays where the eye expects it
@@ -374,6 +380,15 @@ void PickerPanel::hidePanel()
     m_queryQueued = false;
     hide();
     m_search.value.clear();
+}
+
+void PickerPanel::resizeEvent(QResizeEvent* event)
+{
+    // A small share of the screen keeps what finding a row needs: the hint goes first, then the
+    // hidden switches.
+    m_hint->setVisible(event->size().height() >= 320);
+    m_hiddenSwitches->setVisible(event->size().height() >= 240);
+    QWidget::resizeEvent(event);
 }
 
 void PickerPanel::hideEvent(QHideEvent* event)

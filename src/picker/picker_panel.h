@@ -61,6 +61,7 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void hideEvent(QHideEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void applyTheme();
@@ -86,6 +87,8 @@ private:
     QCheckBox* m_showHidden;
     QCheckBox* m_hiddenOnly;
     QLabel* m_resultLine;
+    QLabel* m_hint;
+    QWidget* m_hiddenSwitches;
     QStackedWidget* m_body;
     QListWidget* m_rows;
 };
