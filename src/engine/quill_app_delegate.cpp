@@ -79,9 +79,10 @@ TapDecision QuillAppDelegate::decide(const KeyEvent& event)
     {
         QMutexLocker locker(&m_lock);
         if (m_paused) {
-            return {KeyVerdict::Pass, TapMode::Idle};
+            return {KeyVerdict::Pass, TapMode::Idle, ++m_stateVersion};
         }
         decision = m_tracker.handle(event, notifications);
+        decision.version = ++m_stateVersion;
         library = m_library;
     }
     std::optional<ExpansionPlan> plan;
@@ -142,12 +143,16 @@ template<typename Change>
 void QuillAppDelegate::changeState(Change change)
 {
     TapMode mode;
+    quint64 version;
     {
         QMutexLocker locker(&m_lock);
         change(m_tracker);
         mode = m_paused ? TapMode::Idle : m_tracker.mode();
+        // Counted under the lock, as the tap's own decisions are: whichever reaches the tap
+        // first, the later change of state wins.
+        version = ++m_stateVersion;
     }
-    m_tap.setMode(mode);
+    m_tap.setMode(mode, version);
 }
 
 void QuillAppDelegate::setPaused(bool paused)

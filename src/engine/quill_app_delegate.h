@@ -79,6 +79,7 @@ private:
     KeyboardTap& m_tap;
     mutable QMutex m_lock;
     TriggerTracker m_tracker;
+    quint64 m_stateVersion = 0; // counts the changes of the tracker's state, under m_lock
     std::shared_ptr<const ExpansionLibrary> m_library;
     bool m_paused = false;
     QTimer m_retryTimer;

@@ -30,6 +30,9 @@ struct TapDecision
 {
     KeyVerdict verdict = KeyVerdict::Pass;
     TapMode mode = TapMode::Idle; // the mode from this key on
+    // Orders this mode against setMode() calls: the caller's count of its state changes, or 0
+    // to let the order of arrival decide.
+    quint64 version = 0;
 };
 
 // The global keyboard tap: sees every key press of the session and decides, synchronously, to
@@ -48,8 +51,9 @@ public:
     virtual bool isRunning() const = 0;
 
     // The main thread changed the state (a trigger cancelled, the picker took the keyboard).
-    // Safe from any thread; takes effect before the next key is decided.
-    virtual void setMode(TapMode mode) = 0;
+    // Safe from any thread; takes effect before the next key is decided. `version` as in
+    // TapDecision: a mode older than one already applied is dropped.
+    virtual void setMode(TapMode mode, quint64 version = 0) = 0;
 
     // Ends the hold the key `keyId` began: the keys typed meanwhile reach the focused
     // application in the order typed, once the user has let go of them. With

@@ -58,7 +58,7 @@ public:
     std::optional<QString> start(Decide) override { return std::nullopt; }
     void stop() override {}
     bool isRunning() const override { return true; }
-    void setMode(TapMode) override {}
+    void setMode(TapMode, quint64) override {}
     void releaseHeldKeys(quint64 keyId, bool replayEndingKey) override
     {
         releasedKeys << keyId;

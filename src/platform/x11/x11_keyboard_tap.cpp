@@ -355,7 +355,7 @@ private:
             m_jobs.pop_front();
             lock.unlock();
             const TapDecision decision = m_decide(job.event);
-            const quint64 stamp = ++*m_stamps;
+            const quint64 stamp = decision.version != 0 ? decision.version : ++*m_stamps;
             lock.lock();
             m_results.push_back({job.sequence, stamp, decision});
             m_decided = job.sequence;
@@ -391,7 +391,7 @@ public:
     bool isRunning() const { return m_running.load(); }
 
     // From any thread.
-    void requestMode(TapMode mode);
+    void requestMode(TapMode mode, quint64 version);
     void requestRelease(quint64 keyId, bool replayEndingKey);
     bool claimHold(quint64 keyId);
 
@@ -650,11 +650,11 @@ void X11KeyboardTap::Worker::stop()
     m_decider.reset();
 }
 
-void X11KeyboardTap::Worker::requestMode(TapMode mode)
+void X11KeyboardTap::Worker::requestMode(TapMode mode, quint64 version)
 {
     {
         std::lock_guard lock(m_requestMutex);
-        m_requestedMode = std::make_pair(mode, ++m_stamps);
+        m_requestedMode = std::make_pair(mode, version != 0 ? version : ++m_stamps);
     }
     wake(m_wakeFd);
 }
@@ -1599,10 +1599,10 @@ bool X11KeyboardTap::isRunning() const
     return m_worker && m_worker->isRunning();
 }
 
-void X11KeyboardTap::setMode(TapMode mode)
+void X11KeyboardTap::setMode(TapMode mode, quint64 version)
 {
     if (m_worker)
-        m_worker->requestMode(mode);
+        m_worker->requestMode(mode, version);
 }
 
 void X11KeyboardTap::releaseHeldKeys(quint64 keyId, bool replayEndingKey)
