@@ -397,6 +397,7 @@ void PickerPanel::hideEvent(QHideEvent* event)
     // where it is.
     setRefusesFocus(true);
     QWidget::hideEvent(event);
+    emit closed();
 }
 
 bool PickerPanel::refusesFocus() const

@@ -55,6 +55,9 @@ signals:
     void openTavoRequested();
     void manageRequested();
     void showHiddenOnlyChanged(bool on);
+    // However it closed: whatever gave the panel the keyboard (an inline command's state in the
+    // tap) ends with it.
+    void closed();
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;

@@ -174,6 +174,10 @@ void TavoApplication::connectPicker()
     connect(m_runner.get(), &ExpansionRunner::hidePickerRequested, picker, &PickerPanel::hidePanel);
     connect(picker, &PickerPanel::chosen, m_runner.get(),
             [this](const Clip& clip) { m_runner->chooseClip(clip, false); });
+    connect(picker, &PickerPanel::closed, m_delegate.get(), [this] {
+        m_delegate->setPickerActive(false);
+        m_delegate->setImagePromptMode(false);
+    });
     connect(picker, &PickerPanel::showHiddenOnlyChanged, m_runner.get(), &ExpansionRunner::setPickerShowsHiddenOnly);
     connect(picker, &PickerPanel::openTavoRequested, this, &TavoApplication::showMainWindow);
     connect(picker, &PickerPanel::manageRequested, this, [this] {

@@ -87,6 +87,7 @@ void TestPickerPanel::chooseFirstWithoutResultsStaysOpen()
 {
     PickerPanel panel(*m_defaults);
     QSignalSpy chosen(&panel, &PickerPanel::chosen);
+    QSignalSpy closed(&panel, &PickerPanel::closed);
     panel.showFor(*m_db);
     panel.setQuery(u"nothing is called this"_s);
     QTRY_VERIFY(panel.search().isExhausted());
@@ -99,6 +100,10 @@ void TestPickerPanel::chooseFirstWithoutResultsStaysOpen()
     panel.chooseFirst();
     QVERIFY(!panel.isVisible());
     QCOMPARE(chosen.count(), 1);
+    QCOMPARE(closed.count(), 1);
+    panel.showFor(*m_db);
+    panel.close(); // as a window manager closes it
+    QCOMPARE(closed.count(), 2);
 }
 
 void TestPickerPanel::aHiddenRememberedCollectionGivesWayToAll()
