@@ -69,7 +69,7 @@ ExpansionRunner::ExpansionRunner(DB& db, TavoAccountStore& accounts, Defaults& d
 {
     m_holdTimer.setSingleShot(true);
     m_holdTimer.setInterval(pasteLandingTimeoutMs);
-    connect(&m_holdTimer, &QTimer::timeout, this, &ExpansionRunner::releaseHold);
+    connect(&m_holdTimer, &QTimer::timeout, this, &ExpansionRunner::pasteLanded);
 
     // The tap's thread decides unmatched triggers on its own from a copy of the library.
     connect(&m_db, &DB::clipsChanged, this, &ExpansionRunner::publishLibrary);
@@ -225,7 +225,7 @@ bool ExpansionRunner::isSpreadsheet(const DesktopWindow& window)
     return false;
 }
 
-void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard)
+void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard, bool ownsHold)
 {
     const DesktopWindow target = m_returnApp;
     if (!target.isValid() || !m_desktop.unavailableReason().isEmpty()) {
@@ -234,9 +234,14 @@ void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QS
         notice(target.isValid()
                    ? QStringLiteral("Allow Quill under an X11 session with keyboard access (XTEST), then try again.")
                    : QStringLiteral("Quill could not find the app you were using. Try again from that app."));
-        releaseHold();
+        if (ownsHold) {
+            releaseHold();
+        }
         return;
     }
+    // The hold this paste lets go once it has landed: none for a paste that comes late (a
+    // portrait after its download), when the hold in place is another expansion's.
+    const quint64 holdKey = ownsHold ? std::exchange(m_heldKey, 0) : 0;
     const bool spreadsheet = removeCount >= 1 && isSpreadsheet(target);
     m_desktop.activate(target, activationTimeoutMs);
     m_desktop.waitForModifiersReleased(modifierReleaseTimeoutMs);
@@ -252,10 +257,15 @@ void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QS
         m_pasteboard.copyToSelection();
     }
     const QString name = target.applicationName.isEmpty() ? QStringLiteral("your app") : target.applicationName;
-    auto paste = [this, target, name] {
+    auto paste = [this, target, name, holdKey] {
         m_desktop.sendPaste(target); // not waited for: the target's request is what tells
+        if (holdKey == 0 && m_holdTimer.isActive()) {
+            notice(QStringLiteral("Pasted into ") + name); // another paste's landing is awaited
+            return;
+        }
         // Shown once the paste has landed: until then the main thread is the clipboard's server.
         m_pendingNotice = QStringLiteral("Pasted into ") + name;
+        m_landingKey = holdKey;
         m_holdTimer.start();
     };
     if (spreadsheet) {
@@ -275,18 +285,25 @@ void ExpansionRunner::pasteTaken(quint64 requestor)
     }
     if (m_holdTimer.isActive()) {
         m_holdTimer.stop();
-        releaseHold();
+        pasteLanded();
+    }
+}
+
+void ExpansionRunner::pasteLanded()
+{
+    if (const quint64 key = std::exchange(m_landingKey, 0)) {
+        m_delegate.releaseHeldKeys(key, false);
+    }
+    if (!m_pendingNotice.isEmpty()) {
+        notice(std::exchange(m_pendingNotice, QString()));
     }
 }
 
 void ExpansionRunner::releaseHold()
 {
-    // Once: a second release (a portrait's paste after its download) has no hold of its own.
+    // Once: the key is forgotten with its release.
     if (const quint64 key = std::exchange(m_heldKey, 0)) {
         m_delegate.releaseHeldKeys(key, false);
-    }
-    if (!m_pendingNotice.isEmpty()) {
-        notice(std::exchange(m_pendingNotice, QString()));
     }
 }
 
@@ -359,10 +376,13 @@ void ExpansionRunner::pasteDefaultMedia(const Clip& clip, int removeCount)
             return;
         }
         m_returnApp = target;
-        pasteIntoReturnApp(removeCount, [&] {
-            return prepareClipboard(m_pasteboard, ClipboardRequest{*found, false, true, {}, {}, {}, false},
-                                    tokenSources(m_pasteboard));
-        });
+        pasteIntoReturnApp(
+            removeCount,
+            [&] {
+                return prepareClipboard(m_pasteboard, ClipboardRequest{*found, false, true, {}, {}, {}, false},
+                                        tokenSources(m_pasteboard));
+            },
+            false); // its hold went when the download began
     });
 }
 

@@ -59,7 +59,7 @@ private:
     void carryOut(const ExpansionPlan& plan, int length);
     // Removes the typed trigger, writes the clipboard through `writeClipboard` (which gives the
     // notice) and sends the paste chord.
-    void pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard);
+    void pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard, bool ownsHold = true);
     void removeTrigger(int count, int cap);
     void openWebsiteShortcut(const Clip& clip, int removeCount);
     void launchDesktopShortcut(const Clip& clip, int removeCount);
@@ -67,6 +67,7 @@ private:
     bool isSpreadsheet(const DesktopWindow& window);
     void finishWithoutPaste(bool giveBackEndingKey);
     void releaseHold();
+    void pasteLanded();
     void notice(const QString& text);
 
     DB& m_db;
@@ -79,7 +80,8 @@ private:
     DesktopWindow m_returnApp;
     QTimer m_holdTimer;
     bool m_pickerShowsHiddenOnly = false;
-    quint64 m_heldKey = 0; // the key whose hold the expansion under way claimed
+    quint64 m_heldKey = 0;    // the key whose hold the expansion under way claimed
+    quint64 m_landingKey = 0; // the hold let go when the paste on its way has landed
     QString m_pendingNotice;
 };
 

@@ -30,8 +30,8 @@ struct TapDecision
 {
     KeyVerdict verdict = KeyVerdict::Pass;
     TapMode mode = TapMode::Idle; // the mode from this key on
-    // Orders this mode against setMode() calls: the caller's count of its state changes, or 0
-    // to let the order of arrival decide.
+    // Orders this mode against setMode() calls: the caller's count of its state changes. 0 takes
+    // a number from the tap's own count instead; a caller uses one way or the other, never both.
     quint64 version = 0;
 };
 
@@ -53,7 +53,7 @@ public:
     // The main thread changed the state (a trigger cancelled, the picker took the keyboard).
     // Safe from any thread; takes effect before the next key is decided. `version` as in
     // TapDecision: a mode older than one already applied is dropped.
-    virtual void setMode(TapMode mode, quint64 version = 0) = 0;
+    virtual void setMode(TapMode mode, quint64 version) = 0;
 
     // Ends the hold the key `keyId` began: the keys typed meanwhile reach the focused
     // application in the order typed, once the user has let go of them. With

@@ -162,7 +162,7 @@ void TestX11Tap::init()
         m_decide.fixedMode.reset();
         m_decide.slowOn.clear();
     });
-    m_tap.setMode(TapMode::Idle);
+    m_tap.setMode(TapMode::Idle, 0);
     QTRY_VERIFY(!grabbedElsewhere());
     // The tap holds its idle grabs for the layout of the moment.
     QTRY_VERIFY(grabbedElsewhere("backslash"));
@@ -255,7 +255,7 @@ void TestX11Tap::passedKeysArriveExactly()
         m_decide.fixedMode = mode;
         m_decide.slowOn = slowOn;
     });
-    m_tap.setMode(mode);
+    m_tap.setMode(mode, 0);
     if (!slowOn.isEmpty())
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("no decision within 50 ms")));
     type(text);
@@ -437,7 +437,7 @@ void TestX11Tap::aClipboardManagersCopyIsToldFromTheTargets()
 void TestX11Tap::exclusiveModeTakesEveryKey()
 {
     m_decide.with([this] { m_decide.fixedMode = TapMode::Exclusive; });
-    m_tap.setMode(TapMode::Exclusive);
+    m_tap.setMode(TapMode::Exclusive, 0);
     QTRY_VERIFY(grabbedElsewhere());
 
     type(QStringLiteral("ab1c2d"));
@@ -453,7 +453,7 @@ void TestX11Tap::exclusiveModeTakesEveryKey()
     QTRY_VERIFY(grabbedElsewhere());
 
     m_decide.with([this] { m_decide.fixedMode.reset(); });
-    m_tap.setMode(TapMode::Idle);
+    m_tap.setMode(TapMode::Idle, 0);
     QTRY_VERIFY(!grabbedElsewhere());
     type(QStringLiteral("xy"));
     QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("12+clipxy"));

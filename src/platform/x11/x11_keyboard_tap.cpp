@@ -534,8 +534,8 @@ private:
     int m_wakeFd = -1;
 
     std::mutex m_requestMutex;
-    // Which ending keys an expansion counts on as held, and which it must not: the main thread
-    // claims, the tap's thread gives up.
+    // Which ending keys an expansion can count on as held: the tap's thread settles each press,
+    // the main thread claims the one that ended its trigger.
     mutable std::mutex m_claimMutex;
     quint64 m_settledUpTo = 0; // presses up to this one are held or gone on
     quint64 m_heldKey = 0;     // the press whose hold is on
@@ -625,6 +625,12 @@ std::optional<QString> X11KeyboardTap::Worker::open()
 void X11KeyboardTap::Worker::start(Decide decide)
 {
     m_decider = std::make_unique<Decider>(std::move(decide), m_wakeFd, &m_stamps);
+    {
+        // Presses numbered before this worker (a plan queued for a tap that has since been
+        // restarted) were never held here.
+        std::lock_guard lock(m_claimMutex);
+        m_settledUpTo = g_nextKeyId.load();
+    }
     installCrashHandler();
     g_tapSocket.store(XConnectionNumber(m_display));
     // The display is handed over to the thread here and used by no other thread from now on.
@@ -654,7 +660,10 @@ void X11KeyboardTap::Worker::requestMode(TapMode mode, quint64 version)
 {
     {
         std::lock_guard lock(m_requestMutex);
-        m_requestedMode = std::make_pair(mode, version != 0 ? version : ++m_stamps);
+        const quint64 stamp = version != 0 ? version : ++m_stamps;
+        // Two callers at once: the newer change wins here too.
+        if (!m_requestedMode || m_requestedMode->second < stamp)
+            m_requestedMode = std::make_pair(mode, stamp);
     }
     wake(m_wakeFd);
 }
@@ -860,7 +869,7 @@ void X11KeyboardTap::Worker::handleRequests()
             m_hold.replayEndingKey = release->second;
             m_hold.keysUpSince = Clock::now();
         } else {
-            qCDebug(lcTap) << "release of held keys with nothing held";
+            qCDebug(lcTap) << "release of held keys with nothing held for that key";
         }
     }
 }
@@ -1538,9 +1547,9 @@ void X11KeyboardTap::Worker::typedBackArrived()
 void X11KeyboardTap::Worker::endHold()
 {
     {
+        // One hold at a time: whatever key it began with, nothing is held after it.
         std::lock_guard lock(m_claimMutex);
-        if (m_heldKey == m_hold.keyId)
-            m_heldKey = 0;
+        m_heldKey = 0;
     }
     m_hold = Hold{};
     // The active grab first, so that no key slips past between the two.

@@ -29,7 +29,7 @@ public:
     std::optional<QString> start(Decide decide) override;
     void stop() override;
     bool isRunning() const override;
-    void setMode(TapMode mode, quint64 version = 0) override;
+    void setMode(TapMode mode, quint64 version) override;
     void releaseHeldKeys(quint64 keyId, bool replayEndingKey) override;
     bool claimHold(quint64 keyId) override;
 
