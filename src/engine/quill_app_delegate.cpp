@@ -41,7 +41,7 @@ void QuillAppDelegate::installSlashTap()
         m_retryTimer.stop();
         m_tapFailureReported = false;
         m_tapProblem.clear();
-        changeState([](TriggerTracker&) {}); // the tap starts in the mode of the moment
+        changeState([](TriggerTracker&) {}, true); // the tap starts in the mode of the moment
         emit tapInstalled();
         return;
     }
@@ -79,10 +79,12 @@ TapDecision QuillAppDelegate::decide(const KeyEvent& event)
     {
         QMutexLocker locker(&m_lock);
         if (m_paused) {
+            m_modeSent = TapMode::Idle;
             return {KeyVerdict::Pass, TapMode::Idle, ++m_stateVersion};
         }
         decision = m_tracker.handle(event, notifications);
         decision.version = ++m_stateVersion;
+        m_modeSent = decision.mode;
         library = m_library;
     }
     std::optional<ExpansionPlan> plan;
@@ -140,7 +142,7 @@ void QuillAppDelegate::deliver(const QList<TapNotification>& notifications, cons
 }
 
 template<typename Change>
-void QuillAppDelegate::changeState(Change change)
+void QuillAppDelegate::changeState(Change change, bool force)
 {
     TapMode mode;
     quint64 version;
@@ -148,6 +150,10 @@ void QuillAppDelegate::changeState(Change change)
         QMutexLocker locker(&m_lock);
         change(m_tracker);
         mode = m_paused ? TapMode::Idle : m_tracker.mode();
+        if (mode == m_modeSent && !force) {
+            return; // the tap is there already: no need to wake it
+        }
+        m_modeSent = mode;
         // Counted under the lock, as the tap's own decisions are: whichever reaches the tap
         // first, the later change of state wins.
         version = ++m_stateVersion;

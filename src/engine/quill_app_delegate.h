@@ -72,14 +72,15 @@ signals:
 
 private:
     template<typename Change>
-    void changeState(Change change);
+    void changeState(Change change, bool force = false);
     void deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan,
                  quint64 endingKey);
 
     KeyboardTap& m_tap;
     mutable QMutex m_lock;
     TriggerTracker m_tracker;
-    quint64 m_stateVersion = 0; // counts the changes of the tracker's state, under m_lock
+    quint64 m_stateVersion = 0;         // counts the changes of the tracker's state, under m_lock
+    TapMode m_modeSent = TapMode::Idle; // the mode of the newest version handed to the tap
     std::shared_ptr<const ExpansionLibrary> m_library;
     bool m_paused = false;
     QTimer m_retryTimer;
