@@ -107,9 +107,6 @@ void TestFirstStart::aNewShortcutExpandsAtOnce()
         xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("12"), field});
         xdotool({QStringLiteral("key"), QStringLiteral("Tab")});
     }
-    // A picture of the editor, kept with the test's files for a look.
-    QProcess::execute(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"),
-                                                 QDir::home().filePath(QStringLiteral("editor.png"))});
     xdotool({QStringLiteral("key"), QStringLiteral("Return")}); // in the website field: Save
     QTRY_VERIFY_WITH_TIMEOUT(seededClips().contains(QLatin1String("Back in five minutes.")), 5000);
 

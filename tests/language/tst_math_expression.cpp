@@ -3,8 +3,6 @@
 #include <QtTest>
 
 #include <clocale>
-#include <cmath>
-#include <limits>
 #include <numbers>
 
 using tavo::MathExpression;
@@ -51,10 +49,8 @@ void TestMathExpression::looksLikeExpression_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("expected");
 
-    QTest::newRow("empty") << QString() << false;
     QTest::newRow("only the trigger character") << QStringLiteral("\\") << false;
     QTest::newRow("sum after backslash") << QStringLiteral("\\2+3") << true;
-    QTest::newRow("sum after slash") << QStringLiteral("/2+3") << true;
     QTest::newRow("unfinished sum, trimmed") << QStringLiteral("  \\2+\n") << true;
     QTest::newRow("only one trigger character removed") << QStringLiteral("\\\\2+3") << false;
     QTest::newRow("plain number") << QStringLiteral("\\12.5") << false;
@@ -62,10 +58,9 @@ void TestMathExpression::looksLikeExpression_data()
     QTest::newRow("function call in capitals") << QStringLiteral("SQRT(4") << true;
     QTest::newRow("function name without parenthesis") << QStringLiteral("\\sqrt") << false;
     QTest::newRow("blank before parenthesis") << QStringLiteral("sqrt (4)") << false;
-    QTest::newRow("log10 prefix") << QStringLiteral("log10(") << true;
-    QTest::newRow("lone minus") << QStringLiteral("-") << true;
     QTest::newRow("exponent notation has no operator") << QStringLiteral("2e5") << false;
     QTest::newRow("digit outside the BMP starts") << QStringLiteral("\U0001D7D9+1") << true;
+    QTest::newRow("lone minus") << QStringLiteral("-") << true;
     QTest::newRow("long number") << repeated("9", 100000) << false;
 }
 
@@ -87,44 +82,31 @@ void TestMathExpression::evaluate_data()
     };
     const auto absent = [](const char* name, const QString& text) { QTest::newRow(name) << text << false << 0.0; };
 
-    // Trigger characters and blanks.
     value("precedence, trimmed, blanks", QStringLiteral(" \\ 2 +\t3*4\n"), 14);
     value("slash as trigger character", QStringLiteral("/2+3"), 5);
     absent("only one trigger character removed", QStringLiteral("\\\\2+3"));
     absent("only the trigger character", QStringLiteral("\\"));
 
-    // Operators.
     value("subtraction and division to the left", QStringLiteral("100/10/5-1-1"), 0);
     absent("missing closing parenthesis", QStringLiteral("(2+3"));
     absent("extra closing parenthesis", QStringLiteral("2+3)"));
-    absent("empty parentheses", QStringLiteral("()"));
     absent("division by zero", QStringLiteral("1/0"));
-    absent("division by a zero expression", QStringLiteral("1/(2-2)"));
     absent("infinite power", QStringLiteral("10^999"));
-    value("finite result of an infinite operand", QStringLiteral("1/10^999"), 0);
     absent("numbers side by side", QStringLiteral("2 3"));
-    absent("dangling operator", QStringLiteral("2+"));
 
-    // Percent and remainder.
     value("percent", QStringLiteral("50%"), 0.5);
-    value("percent in a product", QStringLiteral("200*10%"), 20);
     value("percent then blank and minus", QStringLiteral("50 % - 1"), -0.5);
     value("percent twice", QStringLiteral("50%%"), 0.005);
-    value("remainder", QStringLiteral("7%3"), 1);
-    value("remainder by parenthesis", QStringLiteral("7 % (1+2)"), 1);
     value("remainder after blank", QStringLiteral("50% 3"), 2);
     value("remainder by constant", QStringLiteral("7%e"), 7 - 2 * std::numbers::e);
     value("remainder keeps the dividend's sign", QStringLiteral("-7%3"), -1);
     absent("remainder by zero", QStringLiteral("7%0"));
 
-    // Signs and powers.
     value("minus applies after power", QStringLiteral("-2^2"), -4);
     value("negative exponent", QStringLiteral("2^-1"), 0.5);
     value("power to the right", QStringLiteral("2^3^2"), 512);
-    value("power before product", QStringLiteral("2*3^2"), 18);
     value("minus after operator", QStringLiteral("2*--3"), 6);
 
-    // Numbers.
     value("leading and trailing points", QStringLiteral(".5+5."), 5.5);
     value("decimal point under any locale", QStringLiteral("0.25+0.5"), 0.75);
     absent("lone point", QStringLiteral("."));
@@ -133,24 +115,19 @@ void TestMathExpression::evaluate_data()
     absent("comma as decimal mark", QStringLiteral("1,5+1"));
     absent("another script's digits", QStringLiteral("\u0663+1"));
 
-    // Names.
     value("pi in capitals", QStringLiteral("PI"), std::numbers::pi);
     value("function name in capitals", QStringLiteral("SQRT(4)"), 2);
     value("blank before argument list", QStringLiteral("sqrt (16)"), 4);
     value("nested calls with expressions", QStringLiteral("sqrt(abs(-16))+max(1+1,round(2.6),10%)"), 7);
     absent("unknown function", QStringLiteral("foo(1)"));
-    absent("unknown constant", QStringLiteral("x+1"));
     absent("constant called", QStringLiteral("pi(2)"));
     absent("function without parenthesis", QStringLiteral("sqrt 4"));
     absent("trailing comma", QStringLiteral("sum(1,)"));
     absent("semicolon between arguments", QStringLiteral("sum(1;2)"));
 
-    // Function arguments: count, domain, result.
     absent("too few arguments", QStringLiteral("root(8)"));
-    absent("too many arguments", QStringLiteral("sqrt(1,2)"));
     absent("empty argument list", QStringLiteral("avg( )"));
     absent("argument out of domain", QStringLiteral("sqrt(-1)"));
-    absent("logarithm of zero", QStringLiteral("ln(0)"));
     absent("root of degree zero", QStringLiteral("root(8,0)"));
     absent("negative base to a fraction", QStringLiteral("pow(-8,1/3)"));
     absent("overflowing function", QStringLiteral("exp(1000)"));
@@ -163,16 +140,12 @@ void TestMathExpression::evaluate_data()
     value("round to tens", QStringLiteral("round(1234,-2)"), 1200);
     value("round to twelve places", QStringLiteral("round(1,12)"), 1);
     absent("round to thirteen places", QStringLiteral("round(1,13)"));
-    absent("min of one value", QStringLiteral("min(3)"));
     value("sum of one value", QStringLiteral("sum(3)"), 3);
-    value("average", QStringLiteral("average(1,2,3)"), 2);
     value("median of even count", QStringLiteral("median(4,1,3,2)"), 2.5);
     value("median of two huge values", QStringLiteral("median(10^308,10^308)"), 1e308);
 
-    // Hostile and long input.
     value("nesting of a hundred", nested(100), 1);
     absent("nesting of ten thousand", nested(10000));
-    absent("hundred thousand open parentheses", repeated("(", 100000));
     absent("ten thousand minus signs", repeated("-", 10000) + QStringLiteral("1"));
     absent("ten thousand nested calls", repeated("abs(", 10000) + QStringLiteral("1"));
     value("sum of fifty thousand terms", repeated("1+", 49999) + QStringLiteral("1"), 50000);
@@ -197,16 +170,12 @@ void TestMathExpression::formatted_data()
     QTest::addColumn<double>("value");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("integer") << 14.0 << QStringLiteral("14");
     QTest::newRow("negative with a point") << -2.5 << QStringLiteral("-2.5");
     QTest::newRow("negative zero") << -0.0 << QStringLiteral("-0");
-    QTest::newRow("rounded to twelve digits") << 2.0 / 3 << QStringLiteral("0.666666666667");
     QTest::newRow("binary noise hidden") << 0.1 + 0.2 << QStringLiteral("0.3");
     QTest::newRow("twelve integer digits") << 123456789012.0 << QStringLiteral("123456789012");
     QTest::newRow("thirteen integer digits") << 1234567890123.0 << QStringLiteral("1.23456789012e+12");
-    QTest::newRow("small fixed") << 0.0001 << QStringLiteral("0.0001");
     QTest::newRow("small exponent") << 0.00001 << QStringLiteral("1e-05");
-    QTest::newRow("largest double") << std::numeric_limits<double>::max() << QStringLiteral("1.79769313486e+308");
 }
 
 void TestMathExpression::formatted()

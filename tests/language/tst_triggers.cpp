@@ -17,6 +17,16 @@ QStringList numbered(const QString& prefix, int from, int to, const QString& suf
     return keys;
 }
 
+// "a b" -> {"/a", "/b"}
+QStringList slashed(const char* words)
+{
+    QStringList keys = QString::fromLatin1(words).split(u' ');
+    for (QString& key : keys) {
+        key.prepend(u'/');
+    }
+    return keys;
+}
+
 ShortcutTextStyle style(bool bold, bool italic, bool underline, std::optional<double> size = std::nullopt)
 {
     return ShortcutTextStyle{bold, italic, underline, size};
@@ -54,9 +64,7 @@ private slots:
     void notABatch();
     void numericPrefix_data();
     void numericPrefix();
-    void resolveExactKeyFirstIgnoringCase();
-    void resolveByStemPrefersTheKindAskedFor();
-    void resolveDropsUnknownKeysAndKeepsOrder();
+    void resolve();
 };
 
 void TestTriggers::styled_data()
@@ -69,20 +77,12 @@ void TestTriggers::styled_data()
                                << "/sig" << style(false, false, false);
     QTest::newRow("bold then italic") << "/sig-b-i"
                                       << "/sig" << style(true, true, false);
-    QTest::newRow("italic then bold") << "/sig-i-b"
-                                      << "/sig" << style(true, true, false);
     QTest::newRow("left size stands") << "/sig-high-low"
                                       << "/sig" << style(false, false, false, 24);
-    QTest::newRow("medium") << "/sig-medium"
-                            << "/sig" << style(false, false, false, 18);
-    QTest::newRow("upper-case suffix") << "/sig-B"
-                                       << "/sig" << style(true, false, false);
-    QTest::newRow("underline and size") << "/sig-u-LOW"
-                                        << "/sig" << style(false, false, true, 12);
+    QTest::newRow("underline and upper-case size") << "/sig-u-LOW"
+                                                   << "/sig" << style(false, false, true, 12);
     QTest::newRow("base all suffix") << "-b"
                                      << "" << style(true, false, false);
-    QTest::newRow("repeated suffix") << "/x-b-b"
-                                     << "/x" << style(true, false, false);
     QTest::newRow("suffix inside word stays") << "/web-bar"
                                               << "/web-bar" << style(false, false, false);
     QTest::newRow("hyphen without style") << "/a-"
@@ -107,46 +107,29 @@ void TestTriggers::batch_data()
     QTest::addColumn<QString>("separator");
     const QString line = QStringLiteral("\n");
     const QString space = QStringLiteral(" ");
+    QStringList nearMax;
+    for (int digit = 0; digit <= 7; ++digit) {
+        nearMax.append(QStringLiteral("/a922337203685477580") + QString::number(digit));
+    }
 
     QTest::newRow("bang from one") << "\\abc!" << numbered(QStringLiteral("/abc"), 1, 10) << line;
     QTest::newRow("bang from two runs to twenty") << "/abc2!" << numbered(QStringLiteral("/abc"), 2, 20) << line;
-    QTest::newRow("bang from five") << "abc5!" << numbered(QStringLiteral("/abc"), 5, 14) << line;
     QTest::newRow("bang with digits too long for a number")
         << "ab99999999999999999999!" << numbered(QStringLiteral("/ab99999999999999999999"), 1, 10) << line;
-    QTest::newRow("bang near the largest number stops there")
-        << "a9223372036854775800!"
-        << QStringList{QStringLiteral("/a9223372036854775800"), QStringLiteral("/a9223372036854775801"),
-                       QStringLiteral("/a9223372036854775802"), QStringLiteral("/a9223372036854775803"),
-                       QStringLiteral("/a9223372036854775804"), QStringLiteral("/a9223372036854775805"),
-                       QStringLiteral("/a9223372036854775806"), QStringLiteral("/a9223372036854775807")}
-        << line;
+    QTest::newRow("bang near the largest number stops there") << "a9223372036854775800!" << nearMax << line;
     // Other scripts' digits match \d but do not read as a number, so they join the prefix.
     QTest::newRow("bang with arabic-indic digits")
         << QStringLiteral("ab\u0663!") << numbered(QStringLiteral("/ab\u0663"), 1, 10) << line;
-
     QTest::newRow("range capped at ten") << "a1..30" << numbered(QStringLiteral("/a"), 1, 10) << line;
     QTest::newRow("range short") << "\\inv3..5" << numbered(QStringLiteral("/inv"), 3, 5) << line;
-    QTest::newRow("range of one") << "a4..4" << QStringList{QStringLiteral("/a4")} << line;
-
-    QTest::newRow("list with line breaks") << "a&b" << QStringList{QStringLiteral("/a"), QStringLiteral("/b")} << line;
-    QTest::newRow("list with spaces") << "a%b" << QStringList{QStringLiteral("/a"), QStringLiteral("/b")} << space;
-    QTest::newRow("percent anywhere gives spaces")
-        << "a&b%c" << QStringList{QStringLiteral("/a"), QStringLiteral("/b"), QStringLiteral("/c")} << space;
-    QTest::newRow("numbered list") << "a1&2&3" << numbered(QStringLiteral("/a"), 1, 3) << line;
+    QTest::newRow("list with spaces") << "a%b" << slashed("a b") << space;
+    QTest::newRow("percent anywhere gives spaces") << "a&b%c" << slashed("a b c") << space;
     QTest::newRow("numbered list keeps suffix")
         << "a1.web&2" << numbered(QStringLiteral("/a"), 1, 2, QStringLiteral(".web")) << line;
-    QTest::newRow("word after numbered key")
-        << "a1&b" << QStringList{QStringLiteral("/a1"), QStringLiteral("/b")} << line;
-    QTest::newRow("parts trimmed, slashes kept")
-        << "ty& \\sig& /bye" << QStringList{QStringLiteral("/ty"), QStringLiteral("/sig"), QStringLiteral("/bye")}
-        << line;
-    QTest::newRow("bang inside a list") << "a!b" << QStringList{QStringLiteral("/a"), QStringLiteral("/b")} << line;
-    QTest::newRow("ten parts") << "a&b&c&d&e&f&g&h&i&j"
-                               << QStringList{QStringLiteral("/a"), QStringLiteral("/b"), QStringLiteral("/c"),
-                                              QStringLiteral("/d"), QStringLiteral("/e"), QStringLiteral("/f"),
-                                              QStringLiteral("/g"), QStringLiteral("/h"), QStringLiteral("/i"),
-                                              QStringLiteral("/j")}
-                               << line;
+    QTest::newRow("word after numbered key") << "a1&b" << slashed("a1 b") << line;
+    QTest::newRow("parts trimmed, slashes kept") << "ty& \\sig& /bye" << slashed("ty sig bye") << line;
+    QTest::newRow("bang inside a list") << "a!b" << slashed("a b") << line;
+    QTest::newRow("ten parts") << "a&b&c&d&e&f&g&h&i&j" << slashed("a b c d e f g h i j") << line;
 }
 
 void TestTriggers::batch()
@@ -165,20 +148,15 @@ void TestTriggers::notABatch_data()
     QTest::addColumn<QString>("text");
     QTest::newRow("plain key") << "/thanks";
     QTest::newRow("bang from zero") << "abc0!";
-    QTest::newRow("lone bang") << "!";
     QTest::newRow("bang with only digits") << "12!";
     QTest::newRow("double bang") << "abc!!";
     QTest::newRow("range backwards") << "a3..2";
     QTest::newRow("range without start digits") << "a..5";
     QTest::newRow("range without prefix") << "3..5";
     QTest::newRow("range from zero") << "a0..5";
-    QTest::newRow("range end not a number") << "a1..b";
     QTest::newRow("range end with blank") << "a1.. 5";
-    QTest::newRow("trailing empty part") << "a&b&";
     QTest::newRow("empty middle part") << "a&&b";
-    QTest::newRow("leading empty part") << "&a";
     QTest::newRow("eleven parts") << "a&b&c&d&e&f&g&h&i&j&k";
-    QTest::newRow("empty") << "";
 }
 
 void TestTriggers::notABatch()
@@ -193,8 +171,6 @@ void TestTriggers::numericPrefix_data()
     QTest::addColumn<bool>("found");
     QTest::addColumn<QString>("prefix");
     QTest::addColumn<QString>("suffix");
-    QTest::newRow("plain number") << "/inv12" << true << "/inv"
-                                  << "";
     QTest::newRow("number before suffix") << "/pic3.MEDIA" << true << "/pic"
                                           << ".media";
     QTest::newRow("no number") << "/inv" << false << ""
@@ -217,15 +193,7 @@ void TestTriggers::numericPrefix()
     }
 }
 
-void TestTriggers::resolveExactKeyFirstIgnoringCase()
-{
-    const QList<Clip> clips{clip(QStringLiteral("/Ty.web"), QStringLiteral("site")),
-                            clip(QStringLiteral("/ty"), QStringLiteral("text"))};
-    const ShortcutBatchRequest request{{QStringLiteral("/TY")}, batchLineSeparator};
-    QCOMPARE(names(resolveBatch(request, clips)), QStringList{QStringLiteral("text")});
-}
-
-void TestTriggers::resolveByStemPrefersTheKindAskedFor()
+void TestTriggers::resolve()
 {
     Clip text = clip(QStringLiteral("/zoom"), QStringLiteral("text"));
     Clip site = clip(QStringLiteral("/zoom.web"), QStringLiteral("site"));
@@ -234,22 +202,22 @@ void TestTriggers::resolveByStemPrefersTheKindAskedFor()
     app.appPath = QStringLiteral("/usr/share/applications/zoom.desktop");
     Clip media = clip(QStringLiteral("/zoom.gif"), QStringLiteral("media"));
     media.files = {QStringLiteral("/tmp/zoom.gif")};
-    const QList<Clip> clips{text, site, app, media};
 
-    auto resolveOne = [&](const QString& key) {
+    auto resolveOne = [](const QString& key, const QList<Clip>& clips) {
         return names(resolveBatch(ShortcutBatchRequest{{key}, batchLineSeparator}, clips));
     };
-    QCOMPARE(resolveOne(QStringLiteral("/zoom.media")), QStringList{QStringLiteral("media")});
-    QCOMPARE(resolveOne(QStringLiteral("\\ZOOM.app")), QStringList{QStringLiteral("app")});
-    QCOMPARE(resolveOne(QStringLiteral("/zoom.ai")), QStringList{QStringLiteral("text")});
+    const QList<Clip> all{text, site, app, media};
+    QCOMPARE(resolveOne(QStringLiteral("/zoom.media"), all), QStringList{QStringLiteral("media")});
+    QCOMPARE(resolveOne(QStringLiteral("\\ZOOM.app"), all), QStringList{QStringLiteral("app")});
+    QCOMPARE(resolveOne(QStringLiteral("/zoom.ai"), all), QStringList{QStringLiteral("text")});
     // No site among the stem's clips: the first of them stands in.
-    QCOMPARE(names(resolveBatch(ShortcutBatchRequest{{QStringLiteral("/zoom.web")}, batchLineSeparator},
-                                QList<Clip>{text, app})),
-             QStringList{QStringLiteral("text")});
-}
+    QCOMPARE(resolveOne(QStringLiteral("/zoom.web"), QList<Clip>{text, app}), QStringList{QStringLiteral("text")});
+    // An exact key wins over a stem match, ignoring case.
+    const QList<Clip> ty{clip(QStringLiteral("/Ty.web"), QStringLiteral("site")),
+                         clip(QStringLiteral("/ty"), QStringLiteral("text"))};
+    QCOMPARE(resolveOne(QStringLiteral("/TY"), ty), QStringList{QStringLiteral("text")});
 
-void TestTriggers::resolveDropsUnknownKeysAndKeepsOrder()
-{
+    // Unknown keys are dropped and the order of the request is kept.
     const QList<Clip> clips{clip(QStringLiteral("/a1"), QStringLiteral("one")),
                             clip(QStringLiteral("/a3"), QStringLiteral("three"))};
     const std::optional<ShortcutBatchRequest> request = parseBatchTrigger(QStringLiteral("a3&1&2"));

@@ -12,8 +12,6 @@ private slots:
     void popupSize_data();
     void popupSize();
     void shareIsClamped();
-    void origin_data();
-    void origin();
 };
 
 void TestPickerGeometry::popupSize_data()
@@ -43,28 +41,7 @@ void TestPickerGeometry::shareIsClamped()
     QCOMPARE(pickerPopupSize(screen, 0.5), pickerPopupSize(screen, 0.25));
     QCOMPARE(pickerPopupSize(screen, 0.01), pickerPopupSize(screen, 0.08));
 }
-
-void TestPickerGeometry::origin_data()
-{
-    QTest::addColumn<bool>("hasStored");
-    QTest::addColumn<QPointF>("stored");
-    QTest::addColumn<QPointF>("expected");
-    QTest::newRow("default: centred, 20 below the top") << false << QPointF() << QPointF(400, 30);
-    QTest::newRow("a stored place inside") << true << QPointF(100, 200) << QPointF(100, 200);
-    // Stored on a larger screen: pulled back to the edge, not left outside.
-    QTest::newRow("from a larger screen") << true << QPointF(2500, 1400) << QPointF(800, 510);
-    QTest::newRow("left of the screen") << true << QPointF(-300, -50) << QPointF(0, 10);
-}
-
-void TestPickerGeometry::origin()
-{
-    QFETCH(bool, hasStored);
-    QFETCH(QPointF, stored);
-    QFETCH(QPointF, expected);
-    const QRectF frame(0, 10, 1200, 800);
-    const QSizeF size(400, 300);
-    QCOMPARE(pickerOrigin(frame, size, hasStored ? std::optional<QPointF>(stored) : std::nullopt), expected);
-}
+// Placement is tested on a real server with two monitors: tst_picker_window.
 
 QTEST_GUILESS_MAIN(TestPickerGeometry)
 #include "tst_picker_geometry.moc"

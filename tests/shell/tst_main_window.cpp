@@ -9,7 +9,6 @@
 #include "store/key_store.h"
 #include "store/profile_store.h"
 
-#include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
 #include <QImage>
@@ -19,11 +18,24 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QStackedWidget>
 #include <QTableWidget>
 #include <QtTest>
 
 using namespace tavo;
+
+namespace {
+
+Clip clip(const QString& key, const QString& name = QString())
+{
+    Clip c;
+    c.key = key;
+    c.name = name.isEmpty() ? key.mid(1) : name;
+    c.text = QStringLiteral("text");
+    c.group = QStringLiteral("Personal");
+    return c;
+}
+
+} // namespace
 
 class TestMainWindow : public QObject
 {
@@ -109,26 +121,19 @@ void TestMainWindow::registration_data()
     QTest::addColumn<QString>("confirmation");
     QTest::addColumn<QString>("message");
     QTest::addColumn<bool>("signedIn");
+    const char* ok = "long enough";
     QTest::newRow("a password of seven") << true << "robin"
                                          << "1234567"
                                          << "1234567" << AccountText::passwordTooShort << false;
-    QTest::newRow("a confirmation that differs") << true << "robin"
-                                                 << "long enough"
-                                                 << "long enougj" << AccountText::passwordsDiffer << false;
-    QTest::newRow("a username too short") << true << "r"
-                                          << "long enough"
-                                          << "long enough" << AccountText::invalidUsername << false;
-    QTest::newRow("a username already here") << true << "Existing"
-                                             << "long enough"
-                                             << "long enough" << AccountText::usernameTaken << false;
+    QTest::newRow("a confirmation that differs")
+        << true << "robin" << ok << "long enougj" << AccountText::passwordsDiffer << false;
+    QTest::newRow("a username too short") << true << "r" << ok << ok << AccountText::invalidUsername << false;
+    QTest::newRow("a username already here") << true << "Existing" << ok << ok << AccountText::usernameTaken << false;
     QTest::newRow("a wrong password") << false << "existing"
                                       << "not the one" << QString() << AccountText::wrongCredentials << false;
-    QTest::newRow("the right password") << false << "existing"
-                                        << "long enough" << QString()
+    QTest::newRow("the right password") << false << "existing" << ok << QString()
                                         << AccountText::welcomeBack(QStringLiteral("existing")) << true;
-    QTest::newRow("a new account") << true << "robin"
-                                   << "long enough"
-                                   << "long enough" << AccountText::accountReady << true;
+    QTest::newRow("a new account") << true << "robin" << ok << ok << AccountText::accountReady << true;
 }
 
 void TestMainWindow::registration()
@@ -160,12 +165,10 @@ void TestMainWindow::editorSavesByItsRules_data()
     QTest::addColumn<QString>("savedKey");
     QTest::addColumn<QString>("savedName");
     QTest::addColumn<QString>("savedGroup");
+    const char* web = "Websites & URLs";
     QTest::newRow("the collection gives its suffix") << "\\Thanks.WEB"
-                                                     << "Thanks"
-                                                     << "Websites & URLs"
-                                                     << "/Thanks.web"
-                                                     << "Thanks"
-                                                     << "Websites & URLs";
+                                                     << "Thanks" << web << "/Thanks.web"
+                                                     << "Thanks" << web;
     QTest::newRow("another collection takes it off") << "/zoom.app"
                                                      << "Zoom"
                                                      << "Personal"
@@ -209,37 +212,26 @@ void TestMainWindow::editorSavesByItsRules()
     QCOMPARE(saved.name, savedName);
     QCOMPARE(saved.group, savedGroup);
 
-    // Editing keeps the record's identity.
-    ShortcutEditor again(*m_db, saved, QString());
-    find<QLineEdit>(&again, "name")->setText(QStringLiteral("Renamed"));
-    again.accept();
-    QCOMPARE(m_db->clips().size(), 1);
-    QCOMPARE(m_db->clips().first().id, saved.id);
-    QCOMPARE(m_db->clips().first().name, QStringLiteral("Renamed"));
-
-    // What the form does not show stays: a portrait's article, an application to launch.
-    Clip portrait = m_db->clips().first();
-    portrait.defaultMediaArticle = QStringLiteral("Alan_Turing");
-    portrait.appBundleIdentifier = QStringLiteral("org.example.viewer");
-    m_db->setClips({portrait});
-    ShortcutEditor third(*m_db, portrait, QString());
-    third.accept();
-    QCOMPARE(m_db->clips().first().defaultMediaArticle, portrait.defaultMediaArticle);
-    QCOMPARE(m_db->clips().first().appBundleIdentifier, portrait.appBundleIdentifier);
-
-    // A change made elsewhere while the editor is open stays too, and so does a collection the
-    // library no longer lists.
-    Clip stored = m_db->clips().first();
+    // Editing keeps the record's identity and what the form does not show (an application to
+    // launch, a collection the library no longer lists), and a change made elsewhere while the
+    // editor is open (a portrait's article) stays too.
+    Clip stored = saved;
+    stored.appBundleIdentifier = QStringLiteral("org.example.viewer");
     stored.groups = QStringList{QStringLiteral("Work"), QStringLiteral("Retired")};
     m_db->setClips({stored});
-    ShortcutEditor fourth(*m_db, stored, QString());
+    ShortcutEditor again(*m_db, stored, QString());
     Clip meanwhile = stored;
     meanwhile.defaultMediaArticle = QStringLiteral("Grace_Hopper");
     m_db->setClips({meanwhile});
-    find<QPlainTextEdit>(&fourth, "text")->setPlainText(QStringLiteral("New text"));
-    fourth.accept();
+    find<QLineEdit>(&again, "name")->setText(QStringLiteral("Renamed"));
+    find<QPlainTextEdit>(&again, "text")->setPlainText(QStringLiteral("New text"));
+    again.accept();
+    QCOMPARE(m_db->clips().size(), 1);
     const Clip last = m_db->clips().first();
+    QCOMPARE(last.id, saved.id);
+    QCOMPARE(last.name, QStringLiteral("Renamed"));
     QCOMPARE(last.text, QStringLiteral("New text"));
+    QCOMPARE(last.appBundleIdentifier, stored.appBundleIdentifier);
     QCOMPARE(last.defaultMediaArticle, meanwhile.defaultMediaArticle);
     QCOMPARE(last.groups, stored.groups);
 }
@@ -250,12 +242,7 @@ void TestMainWindow::pagesOfFifty()
     m_db->activateProfile(QStringLiteral("pager"));
     QList<Clip> clips;
     for (int i = 0; i < 120; ++i) {
-        Clip clip;
-        clip.key = QStringLiteral("/key%1").arg(i);
-        clip.name = QStringLiteral("Shortcut %1").arg(i);
-        clip.text = QStringLiteral("Text %1").arg(i);
-        clip.group = QStringLiteral("Personal");
-        clips << clip;
+        clips << clip(QStringLiteral("/key%1").arg(i), QStringLiteral("Shortcut %1").arg(i));
     }
     m_db->setClips(clips);
     m_window->setSection(QStringLiteral("My shortcuts"));
@@ -294,7 +281,7 @@ void TestMainWindow::pagesOfFifty()
 
 void TestMainWindow::quickAddFromTheClipboard()
 {
-    // Signed out, Ctrl+N and the clipboard's quick add have no profile to write into.
+    // Signed out there is no profile to write into.
     m_window->newShortcut();
     m_window->addClipboardShortcut();
     QVERIFY(!m_window->findChild<ShortcutEditor*>());
@@ -359,16 +346,8 @@ void TestMainWindow::deletingAsksFirst()
 void TestMainWindow::bulkRenameChecksTheWholeLibrary()
 {
     m_db->activateProfile(QStringLiteral("sam"));
-    const auto make = [](const QString& key) {
-        Clip clip;
-        clip.key = key;
-        clip.name = key.mid(1);
-        clip.text = QStringLiteral("text");
-        clip.group = QStringLiteral("Personal");
-        return clip;
-    };
-    const QList<Clip> clips = {make(QStringLiteral("/ty")), make(QStringLiteral("/sig.web")),
-                               make(QStringLiteral("/old-ty"))};
+    const QList<Clip> clips = {clip(QStringLiteral("/ty")), clip(QStringLiteral("/sig.web")),
+                               clip(QStringLiteral("/old-ty"))};
     m_db->setClips(clips);
 
     // A prefix that would turn /ty into the existing /old-ty is refused as a whole.

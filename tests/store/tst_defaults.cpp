@@ -2,12 +2,12 @@
 
 #include <QDir>
 #include <QFile>
-#include <QJsonArray>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
 using namespace tavo;
+using namespace Qt::StringLiterals;
 
 class TestDefaults : public QObject
 {
@@ -16,14 +16,12 @@ class TestDefaults : public QObject
 private slots:
     void init();
     void typesSurviveARestart();
-    void absentAndEmptyDiffer();
     void twoWritersKeepEachOthersKeys();
     void unreadableFileKeptAside();
     void watcherSeesOtherWriters();
-    void defaultPathFollowsXdgConfig();
 
 private:
-    QString path() const { return m_dir->filePath(QStringLiteral("Tavo/defaults.json")); }
+    QString path() const { return m_dir->filePath(u"Tavo/defaults.json"_s); }
     std::unique_ptr<QTemporaryDir> m_dir;
 };
 
@@ -37,90 +35,76 @@ void TestDefaults::typesSurviveARestart()
 {
     {
         Defaults defaults(path());
-        defaults.setBoolean(QStringLiteral("tavoLocalSignedIn"), true);
-        defaults.setNumber(QStringLiteral("tavoPickerWidth"), 1);
-        defaults.setString(QStringLiteral("tavoBuilderPrefix.My app"), QStringLiteral("true"));
-        defaults.setStringList(QStringLiteral("tavoShortcutCollections.abc"), {QStringLiteral("Work")});
+        defaults.setBoolean(u"tavoLocalSignedIn"_s, true);
+        defaults.setNumber(u"tavoPickerWidth"_s, 1);
+        defaults.setString(u"tavoBuilderPrefix.My app"_s, u"true"_s);
+        defaults.setStringList(u"tavoShortcutCollections.abc"_s, {u"Work"_s});
+        defaults.setStringList(u"tavoHiddenCollections"_s, {}); // empty is not absent
+        defaults.setString(u"tavoLocalUsername"_s, u"sam"_s);
+        defaults.remove(u"tavoLocalUsername"_s);
     }
     Defaults defaults(path());
-    QCOMPARE(defaults.boolean(QStringLiteral("tavoLocalSignedIn")), std::optional<bool>(true));
+    QCOMPARE(defaults.boolean(u"tavoLocalSignedIn"_s), std::optional<bool>(true));
     // A number is not a Boolean, and a text that reads "true" is not one either.
-    QCOMPARE(defaults.boolean(QStringLiteral("tavoPickerWidth")), std::nullopt);
-    QCOMPARE(defaults.number(QStringLiteral("tavoPickerWidth")), std::optional<double>(1));
-    QCOMPARE(defaults.boolean(QStringLiteral("tavoBuilderPrefix.My app")), std::nullopt);
-    QCOMPARE(defaults.string(QStringLiteral("tavoBuilderPrefix.My app")),
-             std::optional<QString>(QStringLiteral("true")));
-    QCOMPARE(defaults.stringList(QStringLiteral("tavoShortcutCollections.abc")),
-             std::optional<QStringList>(QStringList{QStringLiteral("Work")}));
+    QCOMPARE(defaults.boolean(u"tavoPickerWidth"_s), std::nullopt);
+    QCOMPARE(defaults.number(u"tavoPickerWidth"_s), std::optional<double>(1));
+    QCOMPARE(defaults.boolean(u"tavoBuilderPrefix.My app"_s), std::nullopt);
+    QCOMPARE(defaults.string(u"tavoBuilderPrefix.My app"_s), std::optional(u"true"_s));
+    QCOMPARE(defaults.stringList(u"tavoShortcutCollections.abc"_s), std::optional(QStringList{u"Work"_s}));
+    QVERIFY(defaults.contains(u"tavoHiddenCollections"_s));
+    QCOMPARE(defaults.stringList(u"tavoHiddenCollections"_s), std::optional(QStringList()));
+    QVERIFY(!defaults.contains(u"tavoLocalUsername"_s));
     QVERIFY(!defaults.lostUnreadableFile());
-}
-
-void TestDefaults::absentAndEmptyDiffer()
-{
-    Defaults defaults(path());
-    QVERIFY(!defaults.contains(QStringLiteral("tavoHiddenCollections")));
-    QCOMPARE(defaults.stringList(QStringLiteral("tavoHiddenCollections")), std::nullopt);
-    defaults.setStringList(QStringLiteral("tavoHiddenCollections"), {});
-    QVERIFY(defaults.contains(QStringLiteral("tavoHiddenCollections")));
-    QCOMPARE(defaults.stringList(QStringLiteral("tavoHiddenCollections")), std::optional<QStringList>(QStringList()));
-    defaults.remove(QStringLiteral("tavoHiddenCollections"));
-    QVERIFY(!Defaults(path()).contains(QStringLiteral("tavoHiddenCollections")));
 }
 
 void TestDefaults::twoWritersKeepEachOthersKeys()
 {
     Defaults app(path());
     Defaults tool(path());
-    app.setString(QStringLiteral("tavoLocalUsername"), QStringLiteral("sam"));
-    tool.setBoolean(QStringLiteral("tavoLocalSignedIn"), true); // tool never re-read the file
-    app.setBoolean(QStringLiteral("tavoLegacyDataClaimed"), true);
+    app.setString(u"tavoLocalUsername"_s, u"sam"_s);
+    tool.setBoolean(u"tavoLocalSignedIn"_s, true); // tool never re-read the file
+    app.setBoolean(u"tavoLegacyDataClaimed"_s, true);
 
     Defaults fresh(path());
-    QCOMPARE(fresh.string(QStringLiteral("tavoLocalUsername")), std::optional<QString>(QStringLiteral("sam")));
-    QVERIFY(fresh.flag(QStringLiteral("tavoLocalSignedIn")));
-    QVERIFY(fresh.flag(QStringLiteral("tavoLegacyDataClaimed")));
+    QCOMPARE(fresh.string(u"tavoLocalUsername"_s), std::optional(u"sam"_s));
+    QVERIFY(fresh.flag(u"tavoLocalSignedIn"_s));
+    QVERIFY(fresh.flag(u"tavoLegacyDataClaimed"_s));
 }
 
 void TestDefaults::unreadableFileKeptAside()
 {
+    const QByteArray broken("{\"tavoLegacyDataClaimed\": tr");
     QDir().mkpath(QFileInfo(path()).absolutePath());
     QFile file(path());
     QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("{\"tavoLegacyDataClaimed\": tr");
+    file.write(broken);
     file.close();
 
     Defaults defaults(path());
     QVERIFY(defaults.lostUnreadableFile());
-    QVERIFY(!defaults.contains(QStringLiteral("tavoLegacyDataClaimed")));
-    defaults.setString(QStringLiteral("tavoLocalUsername"), QStringLiteral("sam"));
+    QVERIFY(!defaults.contains(u"tavoLegacyDataClaimed"_s));
+    defaults.setString(u"tavoLocalUsername"_s, u"sam"_s);
 
-    const QStringList aside =
-        QDir(QFileInfo(path()).absolutePath()).entryList({QStringLiteral("defaults.json.unreadable-*")}, QDir::Files);
+    const QDir dir = QFileInfo(path()).absoluteDir();
+    const QStringList aside = dir.entryList({u"defaults.json.unreadable-*"_s}, QDir::Files);
     QCOMPARE(aside.size(), 1);
-    QFile kept(QFileInfo(path()).absolutePath() + u'/' + aside.first());
+    QFile kept(dir.filePath(aside.first()));
     QVERIFY(kept.open(QIODevice::ReadOnly));
-    QCOMPARE(kept.readAll(), QByteArray("{\"tavoLegacyDataClaimed\": tr"));
-    QCOMPARE(Defaults(path()).string(QStringLiteral("tavoLocalUsername")),
-             std::optional<QString>(QStringLiteral("sam")));
+    QCOMPARE(kept.readAll(), broken);
+    QCOMPARE(Defaults(path()).string(u"tavoLocalUsername"_s), std::optional(u"sam"_s));
 }
 
 void TestDefaults::watcherSeesOtherWriters()
 {
     Defaults app(path());
-    app.setString(QStringLiteral("tavoLocalUsername"), QStringLiteral("sam"));
+    app.setString(u"tavoLocalUsername"_s, u"sam"_s);
     app.watchForChanges();
     QSignalSpy changed(&app, &Defaults::valuesChanged);
 
     Defaults tool(path());
-    tool.setString(QStringLiteral("tavoLocalUsername"), QStringLiteral("alex"));
-    QTRY_COMPARE(app.string(QStringLiteral("tavoLocalUsername")), std::optional<QString>(QStringLiteral("alex")));
+    tool.setString(u"tavoLocalUsername"_s, u"alex"_s);
+    QTRY_COMPARE(app.string(u"tavoLocalUsername"_s), std::optional(u"alex"_s));
     QVERIFY(changed.count() >= 1);
-}
-
-void TestDefaults::defaultPathFollowsXdgConfig()
-{
-    QCOMPARE(Defaults::defaultFilePath(),
-             qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Tavo/defaults.json"));
 }
 
 QTEST_GUILESS_MAIN(TestDefaults)
