@@ -2,6 +2,8 @@
 
 #include <QtMath>
 
+#include <algorithm>
+
 namespace tavo {
 
 QSizeF pickerPopupSize(const QSizeF& visible, double areaPercent, double aspect)
@@ -11,6 +13,17 @@ QSizeF pickerPopupSize(const QSizeF& visible, double areaPercent, double aspect)
     const double width = qMin(qMin(qSqrt(area * aspect), visible.width()), visible.height() * aspect);
     const double height = qMin(width / aspect, visible.height());
     return {width, height};
+}
+
+QList<int> pickerAreaPercents(double storedShare)
+{
+    QList<int> percents{8, 10, 12, 15, 18, 22, 25};
+    const int stored = qRound(qBound(0.08, storedShare, 0.25) * 100);
+    if (!percents.contains(stored)) {
+        percents.append(stored);
+        std::sort(percents.begin(), percents.end());
+    }
+    return percents;
 }
 
 QPointF pickerOrigin(const QRectF& frame, const QSizeF& size, const std::optional<QPointF>& stored)

@@ -1,6 +1,8 @@
 #include "picker/picker_panel.h"
 
 #include "picker/picker_geometry.h"
+#include "picker/picker_rows.h"
+#include "shell/ui/design.h"
 #include "store/collections.h"
 #include "store/defaults.h"
 #include "store/profile_store.h"
@@ -11,7 +13,6 @@
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QListWidget>
 #include <QLoggingCategory>
 #include <QMenu>
 #include <QMouseEvent>
@@ -31,11 +32,8 @@ namespace {
 
 const QString originXKey = QStringLiteral("tavoPickerOriginX");
 const QString originYKey = QStringLiteral("tavoPickerOriginY");
-const QString areaKey = QStringLiteral("tavoPickerAreaPercent");
 const QString collectionKey = QStringLiteral("tavoPickerCollection");
 const QString themeKey = QStringLiteral("quillTheme");
-const QString transparencyKey = QStringLiteral("tavoPickerTransparency");
-constexpr double defaultTransparency = 0.1;
 constexpr double imageModeAreaPercent = 0.25;
 
 Q_LOGGING_CATEGORY(lcPicker, "tavo.picker", QtWarningMsg)
@@ -81,7 +79,10 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     , m_hint(new QLabel(QStringLiteral("Keep typing in your app · exact shortcut + space expands"), this))
     , m_hiddenSwitches(new QWidget(this))
     , m_body(new QStackedWidget(this))
-    , m_rows(new QListWidget(this))
+    , m_rows(new PickerRows(this))
+    , m_area(new QComboBox(this))
+    , m_transparency(new QSlider(Qt::Horizontal, this))
+    , m_transparencyText(new QLabel(this))
 {
     // Never the active window: the application in front keeps the keyboard and the trigger.
     setAttribute(Qt::WA_ShowWithoutActivating);
@@ -90,12 +91,15 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     setWindowTitle(QStringLiteral("Tavo picker"));
     m_rows->setObjectName(QStringLiteral("pickerRows"));
     m_rows->setFocusPolicy(Qt::NoFocus);
+    design::name(m_rows, QStringLiteral("Shortcuts"));
     m_search.collection = m_defaults.string(collectionKey).value_or(allCollectionsName);
     m_showHidden->setChecked(m_search.showHiddenCollections());
     m_showHidden->setToolTip(QStringLiteral("Include hidden collections alongside visible shortcuts"));
+    design::name(m_showHidden, m_showHidden->text());
     m_hiddenOnly->setToolTip(QStringLiteral("Show only shortcuts assigned to hidden collections"));
-    m_category->setToolTip(QStringLiteral("Category"));
-    m_collection->setToolTip(QStringLiteral("Collection"));
+    design::name(m_hiddenOnly, m_hiddenOnly->text());
+    design::name(m_category, QStringLiteral("Category"));
+    design::name(m_collection, QStringLiteral("Collection"));
     m_query->setText(QStringLiteral("Search shortcuts…"));
     m_query->setToolTip(QStringLiteral("Type to search shortcuts · Drag the background to move this popup"));
 
@@ -103,49 +107,36 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     auto* hint = m_hint;
     auto* home = new QPushButton(QStringLiteral("Reset"), this);
     home->setToolTip(QStringLiteral("Move popup to its default position · drag this header to place it"));
+    design::name(home, QStringLiteral("Move popup to its default position"));
     auto* open = new QPushButton(QStringLiteral("Open Tavo"), this);
+    design::name(open, open->text());
     auto* manage = new QPushButton(QStringLiteral("Manage all shortcuts"), this);
+    design::name(manage, manage->text());
     connect(manage, &QPushButton::clicked, this, [this] {
         hidePanel();
         emit manageRequested();
     });
-    auto* area = new QComboBox(this);
-    area->setToolTip(QStringLiteral("Select area"));
-    const double share = qBound(0.08, m_defaults.number(areaKey).value_or(defaultPickerAreaPercent), 0.25);
-    QList<int> percents{8, 10, 12, 15, 18, 22, 25};
-    const int stored = qRound(share * 100);
-    if (!percents.contains(stored)) {
-        percents.append(stored); // a share set elsewhere shows as it is
-        std::sort(percents.begin(), percents.end());
-    }
-    for (const int percent : percents) {
-        area->addItem(QStringLiteral("%1% of screen").arg(percent), percent / 100.0);
-    }
-    area->setCurrentIndex(int(percents.indexOf(stored)));
+    auto* area = m_area;
+    design::name(area, QStringLiteral("Select area"));
     connect(area, &QComboBox::currentIndexChanged, this, [this, area] {
-        m_defaults.setNumber(areaKey, area->currentData().toDouble());
+        m_defaults.setNumber(pickerAreaKey, area->currentData().toDouble());
         resizePopup();
     });
-    auto* transparency = new QSlider(Qt::Horizontal, this);
-    transparency->setRange(0, 60);
-    transparency->setToolTip(QStringLiteral("Transparency"));
-    auto* transparencyText = new QLabel(this);
-    const auto showTransparency = [this, transparencyText](int percent) {
-        transparencyText->setText(QStringLiteral("%1%").arg(percent));
-        setWindowOpacity(1.0 - percent / 100.0);
-    };
-    transparency->setValue(qRound(m_defaults.number(transparencyKey).value_or(defaultTransparency) * 100));
-    showTransparency(transparency->value());
-    connect(transparency, &QSlider::valueChanged, this, [this, showTransparency](int percent) {
-        m_defaults.setNumber(transparencyKey, percent / 100.0);
+    auto* transparency = m_transparency;
+    transparency->setRange(0, maximumPickerTransparencyPercent);
+    design::name(transparency, QStringLiteral("Transparency"));
+    auto* transparencyText = m_transparencyText;
+    connect(transparency, &QSlider::valueChanged, this, [this](int percent) {
+        m_defaults.setNumber(pickerTransparencyKey, percent / 100.0);
         showTransparency(percent);
     });
+    syncSizeControls();
     auto* resize = new QPushButton(QStringLiteral("Size"), this);
-    resize->setToolTip(QStringLiteral("Resize popup"));
+    design::name(resize, QStringLiteral("Resize popup"));
     resize->setCheckable(true);
     auto* close = new QPushButton(QStringLiteral("✕"), this);
-    close->setMaximumWidth(36);
-    close->setToolTip(QStringLiteral("Close popup"));
+    close->setMaximumWidth(close->fontMetrics().height() * 2);
+    design::name(close, QStringLiteral("Close popup"));
     for (QWidget* button : std::initializer_list<QWidget*>{home, resize, open, manage, close, area, transparency,
                                                            m_category, m_collection, m_showHidden, m_hiddenOnly}) {
         button->setFocusPolicy(Qt::NoFocus);
@@ -164,6 +155,7 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     for (const QString& action : {QStringLiteral("New shortcut"), QStringLiteral("From clipboard"),
                                   QStringLiteral("Paste many"), QStringLiteral("Bulk media")}) {
         auto* button = new QPushButton(action, empty);
+        design::name(button, action);
         button->setFocusPolicy(Qt::NoFocus);
         connect(button, &QPushButton::clicked, this, [this, action] {
             hidePanel();
@@ -357,10 +349,11 @@ void PickerPanel::showFor(const DB& db)
     }
     m_db = &db;
     applyTheme();
+    syncSizeControls(); // Settings may have changed them since the last opening
     fillScopeMenus();
 
     const QSizeF size = pickerPopupSize(pointerScreenFrame(sizingStandBy).size(),
-                                        m_defaults.number(areaKey).value_or(defaultPickerAreaPercent));
+                                        m_defaults.number(pickerAreaKey).value_or(defaultPickerAreaPercent));
     const QRect frame = pointerScreenFrame(placingStandBy);
     std::optional<QPointF> stored;
     if (const auto x = m_defaults.number(originXKey), y = m_defaults.number(originYKey); x && y) {
@@ -373,6 +366,32 @@ void PickerPanel::showFor(const DB& db)
     show();
     raise();
     restart();
+}
+
+void PickerPanel::syncSizeControls()
+{
+    const double share = m_defaults.number(pickerAreaKey).value_or(defaultPickerAreaPercent);
+    const QList<int> percents = pickerAreaPercents(share);
+    {
+        const QSignalBlocker blocker(m_area);
+        m_area->clear();
+        for (const int percent : percents) {
+            m_area->addItem(QStringLiteral("%1% of screen").arg(percent), percent / 100.0);
+        }
+        m_area->setCurrentIndex(int(percents.indexOf(qRound(qBound(0.08, share, 0.25) * 100))));
+    }
+    const int percent = qRound(m_defaults.number(pickerTransparencyKey).value_or(defaultPickerTransparency) * 100);
+    {
+        const QSignalBlocker blocker(m_transparency);
+        m_transparency->setValue(percent);
+    }
+    showTransparency(m_transparency->value());
+}
+
+void PickerPanel::showTransparency(int percent)
+{
+    m_transparencyText->setText(QStringLiteral("%1%").arg(percent));
+    setWindowOpacity(1.0 - percent / 100.0);
 }
 
 void PickerPanel::hidePanel()
@@ -473,12 +492,12 @@ void PickerPanel::resetPosition()
 
 void PickerPanel::resizePopup()
 {
-    fitInto(m_defaults.number(areaKey).value_or(defaultPickerAreaPercent));
+    fitInto(m_defaults.number(pickerAreaKey).value_or(defaultPickerAreaPercent));
 }
 
 void PickerPanel::resizeForImageMode(bool large)
 {
-    fitInto(large ? imageModeAreaPercent : m_defaults.number(areaKey).value_or(defaultPickerAreaPercent));
+    fitInto(large ? imageModeAreaPercent : m_defaults.number(pickerAreaKey).value_or(defaultPickerAreaPercent));
 }
 
 void PickerPanel::fitInto(double areaPercent)
@@ -500,19 +519,7 @@ void PickerPanel::restart()
 void PickerPanel::showResults()
 {
     const QList<Clip>& results = m_search.results();
-    const qsizetype shown = m_rows->count();
-    if (results.size() < shown) {
-        m_rows->clear();
-    }
-    for (qsizetype row = m_rows->count(); row < results.size(); ++row) {
-        const Clip& clip = results.at(row);
-        // A name that only repeats the key gives its place to the start of the text.
-        const QString trigger = displayTrigger(clip.key);
-        const QString name = clip.name.startsWith(u'/') || clip.name.startsWith(u'\\') ? clip.name.mid(1) : clip.name;
-        const QString label = name.isEmpty() || u'\\' + name == trigger ? clip.text.simplified().left(80) : clip.name;
-        auto* item = new QListWidgetItem(label + QStringLiteral("   ") + trigger, m_rows);
-        item->setToolTip(clip.text.left(300));
-    }
+    m_rows->showClips(results);
     const QString count = QStringLiteral("%1 results").arg(results.size());
     m_resultLine->setText(m_search.isLoading() ? count + QStringLiteral(" · searching in small batches…") : count);
     const bool nothing = results.isEmpty() && m_search.isExhausted() && m_search.value.trimmed().isEmpty();

@@ -8,13 +8,14 @@
 class QCheckBox;
 class QComboBox;
 class QLabel;
-class QListWidget;
+class QSlider;
 class QStackedWidget;
 
 namespace tavo {
 
 class DB;
 class Defaults;
+class PickerRows;
 
 // The floating picker: a window of its own that never takes the keyboard, so the application
 // the user types in keeps it and the typed trigger goes on arriving there. It follows the query
@@ -68,6 +69,9 @@ protected:
 
 private:
     void applyTheme();
+    // The size controls show the stored share and transparency, which Settings can change too.
+    void syncSizeControls();
+    void showTransparency(int percent);
     void fillScopeMenus();
     void showResults();
     void maybeLoadMore();
@@ -93,7 +97,10 @@ private:
     QLabel* m_hint;
     QWidget* m_hiddenSwitches;
     QStackedWidget* m_body;
-    QListWidget* m_rows;
+    PickerRows* m_rows;
+    QComboBox* m_area;
+    QSlider* m_transparency;
+    QLabel* m_transparencyText;
 };
 
 } // namespace tavo

@@ -1,8 +1,11 @@
 #include "shell/bulk_rename_sheet.h"
 
+#include "shell/ui/design.h"
+
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -20,6 +23,7 @@ BulkRenameSheet::BulkRenameSheet(const QList<Clip>& selected, const QStringList&
     , m_replacement(new QLineEdit(this))
     , m_hint(new QLabel(this))
     , m_error(new QLabel(this))
+    , m_errorIcon(new QLabel(this))
 {
     setWindowTitle(QStringLiteral("Rename shortcuts"));
     m_target->setObjectName(QStringLiteral("renameTarget"));
@@ -36,7 +40,12 @@ BulkRenameSheet::BulkRenameSheet(const QList<Clip>& selected, const QStringList&
     for (QLabel* label : {m_hint, m_error}) {
         label->setWordWrap(true);
     }
-    m_error->setStyleSheet(QStringLiteral("color: #b3261e;"));
+    // The refusal stands out by its icon and weight; its colour stays the palette's.
+    m_errorIcon->setPixmap(design::icon(QStringLiteral("dialog-error")).pixmap(fontMetrics().height()));
+    m_errorIcon->hide();
+    QFont strong = m_error->font();
+    strong.setWeight(QFont::DemiBold);
+    m_error->setFont(strong);
 
     auto* summary = new QLabel(BulkShortcutRename::summaryText(selected.size()), this);
     summary->setWordWrap(true);
@@ -57,7 +66,10 @@ BulkRenameSheet::BulkRenameSheet(const QList<Clip>& selected, const QStringList&
     layout->addLayout(form);
     layout->addWidget(m_hint);
     layout->addWidget(note);
-    layout->addWidget(m_error);
+    auto* error = new QHBoxLayout;
+    error->addWidget(m_errorIcon, 0, Qt::AlignTop);
+    error->addWidget(m_error, 1);
+    layout->addLayout(error);
     layout->addWidget(buttons);
 
     connect(m_target, &QComboBox::currentIndexChanged, this, &BulkRenameSheet::update);
@@ -82,6 +94,7 @@ void BulkRenameSheet::update()
     m_replacement->setEnabled(replacing);
     m_hint->setText(m_rule.showsUseNameHint() ? bulkRenameUseNameHint : QString());
     m_error->clear();
+    m_errorIcon->hide();
 }
 
 void BulkRenameSheet::accept()
@@ -90,6 +103,7 @@ void BulkRenameSheet::accept()
     std::optional<QHash<QUuid, RenamedShortcut>> renames = m_rule.apply(m_selected, m_allKeys);
     if (!renames) {
         m_error->setText(m_rule.error);
+        m_errorIcon->show();
         return;
     }
     m_renames = std::move(*renames);

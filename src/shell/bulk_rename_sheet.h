@@ -37,6 +37,7 @@ private:
     QLineEdit* m_replacement;
     QLabel* m_hint;
     QLabel* m_error;
+    QLabel* m_errorIcon;
     QPushButton* m_apply;
 };
 

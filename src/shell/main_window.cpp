@@ -1,25 +1,29 @@
 #include "shell/main_window.h"
 
+#include "shell/dashboard_page.h"
 #include "shell/registration_view.h"
+#include "shell/settings_page.h"
 #include "shell/shortcut_editor.h"
 #include "shell/shortcut_list_page.h"
+#include "shell/side_menu.h"
+#include "shell/ui/design.h"
+#include "shell/ui/inline_message.h"
+#include "shell/ui/page_header.h"
 #include "store/accounts.h"
 #include "store/defaults.h"
 #include "store/profile_store.h"
 
 #include <QAction>
 #include <QApplication>
-#include <QCheckBox>
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QDir>
 #include <QFile>
 #include <QHBoxLayout>
-#include <QLabel>
-#include <QListWidget>
+#include <QLineEdit>
 #include <QLoggingCategory>
 #include <QMenu>
-#include <QPushButton>
+#include <QShortcut>
 #include <QStackedWidget>
 #include <QStandardPaths>
 #include <QToolButton>
@@ -77,6 +81,48 @@ const QStringList& MainWindow::sections()
     return all;
 }
 
+namespace {
+
+struct SectionLook
+{
+    SideMenu::Entry entry;
+    QString subtitle;
+};
+
+// The sections that have a screen, in the menu's order; a section comes in here with its screen.
+const QList<SectionLook>& sectionLooks()
+{
+    static const QList<SectionLook> looks = {
+        {{QStringLiteral("Dashboard"), QStringLiteral("go-home"), QString()},
+         QStringLiteral("Your library at a glance, and how to begin")},
+        {{QStringLiteral("My shortcuts"), QStringLiteral("view-list-details"), QStringLiteral("Library")},
+         QStringLiteral("Every shortcut you keep; type its key and a space in any application")},
+        {{QStringLiteral("Live & dynamic"), QStringLiteral("chronometer"), QStringLiteral("Library")},
+         QStringLiteral("Shortcuts with live values such as {{date}} and {{clipboard}}")},
+        {{QStringLiteral("Sound & media"), QStringLiteral("applications-multimedia"), QStringLiteral("Library")},
+         QStringLiteral("Shortcuts that paste images, sound and other files")},
+        {{QStringLiteral("Shortcut ideas"), QStringLiteral("help-hint"), QStringLiteral("Library")},
+         QStringLiteral("Shortcuts kept in the Ideas collection")},
+        {{QStringLiteral("Settings"), QStringLiteral("configure"), QStringLiteral("Setup")},
+         QStringLiteral("Your account, keyboard access, start-up and the picker")},
+    };
+    return looks;
+}
+
+const QString sidebarCollapsedKey = QStringLiteral("tavoSidebarCollapsed");
+const QString sidebarHiddenKey = QStringLiteral("tavoSidebarHidden");
+
+} // namespace
+
+QStringList MainWindow::menuSections()
+{
+    QStringList names;
+    for (const SectionLook& look : sectionLooks()) {
+        names << look.entry.section;
+    }
+    return names;
+}
+
 MainWindow::MainWindow(DB& db, TavoAccountStore& accounts, Defaults& defaults, QWidget* parent)
     : QMainWindow(parent)
     , m_db(db)
@@ -86,7 +132,7 @@ MainWindow::MainWindow(DB& db, TavoAccountStore& accounts, Defaults& defaults, Q
     , m_registration(new RegistrationView(accounts, this))
 {
     setWindowTitle(QStringLiteral("Tavo"));
-    setWindowIcon(QIcon::fromTheme(QStringLiteral("tavo"), QIcon::fromTheme(QStringLiteral("input-keyboard"))));
+    setWindowIcon(QIcon::fromTheme(QStringLiteral("tavo"), design::icon(QStringLiteral("input-keyboard"))));
     m_screens->addWidget(m_registration);
     m_screens->addWidget(buildWorkspace());
     setCentralWidget(m_screens);
@@ -95,6 +141,8 @@ MainWindow::MainWindow(DB& db, TavoAccountStore& accounts, Defaults& defaults, Q
         restoreGeometry(QByteArray::fromBase64(geometry->toLatin1()));
     }
     connect(&m_accounts, &TavoAccountStore::isAuthenticatedChanged, this, &MainWindow::showAccountState);
+    setSidebarCollapsed(m_defaults.flag(sidebarCollapsedKey));
+    setSidebarHidden(m_defaults.flag(sidebarHiddenKey));
     setSection(QStringLiteral("Dashboard"));
     showAccountState();
 }
@@ -102,26 +150,38 @@ MainWindow::MainWindow(DB& db, TavoAccountStore& accounts, Defaults& defaults, Q
 QWidget* MainWindow::buildWorkspace()
 {
     auto* workspace = new QWidget(this);
-    m_menu = new QListWidget(workspace);
-    m_menu->setObjectName(QStringLiteral("sideMenu"));
-    m_menu->addItems(sections());
-    m_menu->setFixedWidth(190);
-    connect(m_menu, &QListWidget::currentTextChanged, this, &MainWindow::setSection);
+    QList<SideMenu::Entry> entries;
+    for (const SectionLook& look : sectionLooks()) {
+        entries << look.entry;
+    }
+    m_menu = new SideMenu(entries, workspace);
+    connect(m_menu, &SideMenu::sectionChosen, this, &MainWindow::setSection);
+    connect(m_menu, &SideMenu::labelsHiddenToggled, this, &MainWindow::setSidebarCollapsed);
+    connect(m_menu, &SideMenu::hideRequested, this, [this] { setSidebarHidden(true); });
 
-    m_sectionTitle = new QLabel(workspace);
-    m_sectionTitle->setStyleSheet(QStringLiteral("font-size: 18pt; font-weight: 600;"));
-    m_notice = new QLabel(workspace);
+    m_showMenu = new QToolButton(workspace);
+    m_showMenu->setObjectName(QStringLiteral("showMenu"));
+    m_showMenu->setAutoRaise(true);
+    m_showMenu->setIcon(design::icon(QStringLiteral("view-left-new")));
+    design::name(m_showMenu, QStringLiteral("Show left menu"));
+    connect(m_showMenu, &QToolButton::clicked, this, [this] { setSidebarHidden(false); });
+
+    m_header = new PageHeader(QString(), QString(), workspace);
+    m_notice = new InlineMessage(workspace);
     m_notice->setObjectName(QStringLiteral("notice"));
-    m_notice->setWordWrap(true);
-    m_notice->setTextInteractionFlags(Qt::TextSelectableByMouse);
 
     auto* quickAdd = new QToolButton(workspace);
     quickAdd->setObjectName(QStringLiteral("quickAdd"));
-    quickAdd->setText(QStringLiteral("+ Add"));
+    quickAdd->setText(QStringLiteral("Add"));
+    quickAdd->setIcon(design::icon(QStringLiteral("list-add")));
+    quickAdd->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     quickAdd->setPopupMode(QToolButton::InstantPopup);
+    design::name(quickAdd, QStringLiteral("Add shortcuts"));
     auto* menu = new QMenu(quickAdd);
-    menu->addAction(QStringLiteral("From clipboard"), this, &MainWindow::addClipboardShortcut);
-    QAction* newAction = menu->addAction(QStringLiteral("New shortcut"), this, [this] { newShortcut(); });
+    menu->addAction(design::icon(QStringLiteral("edit-paste")), QStringLiteral("From clipboard"), this,
+                    &MainWindow::addClipboardShortcut);
+    QAction* newAction = menu->addAction(design::icon(QStringLiteral("document-new")), QStringLiteral("New shortcut"),
+                                         this, [this] { newShortcut(); });
     newAction->setShortcut(QKeySequence::New);
     addAction(newAction); // Ctrl+N works with the menu closed
     for (const QString& later :
@@ -129,77 +189,112 @@ QWidget* MainWindow::buildWorkspace()
         menu->addAction(later)->setEnabled(false); // their tools come later
     }
     quickAdd->setMenu(menu);
+    m_header->addAction(quickAdd);
 
+    m_dashboard = new DashboardPage(m_db, m_accounts, m_defaults, workspace);
+    connect(m_dashboard, &DashboardPage::sectionRequested, this, &MainWindow::setSection);
+    connect(m_dashboard, &DashboardPage::newShortcutRequested, this, [this] { newShortcut(); });
+    connect(m_dashboard, &DashboardPage::pickerRequested, this, &MainWindow::pickerRequested);
     m_list = new ShortcutListPage(m_db, workspace);
     connect(m_list, &ShortcutListPage::editRequested, this, [this](const Clip& clip) { openEditor(clip); });
     connect(m_list, &ShortcutListPage::noticeRequested, this, &MainWindow::setNotice);
-    m_settings = buildSettings();
-    m_placeholder = new QWidget(workspace);
+    connect(m_list, &ShortcutListPage::newShortcutRequested, this, &MainWindow::newShortcut);
+    m_settings = new SettingsPage(m_accounts, m_defaults, workspace);
+    connect(m_settings, &SettingsPage::noticeRequested, this, &MainWindow::setWarning);
+    connect(m_settings, &SettingsPage::menuLabelsHiddenToggled, this, &MainWindow::setSidebarCollapsed);
+    connect(m_settings, &SettingsPage::menuHiddenToggled, this, &MainWindow::setSidebarHidden);
     m_pages = new QStackedWidget(workspace);
+    m_pages->addWidget(m_dashboard);
     m_pages->addWidget(m_list);
     m_pages->addWidget(m_settings);
-    m_pages->addWidget(m_placeholder);
 
-    auto* header = new QHBoxLayout;
-    header->addWidget(m_sectionTitle);
-    header->addStretch();
-    header->addWidget(quickAdd);
+    // Ctrl+1 to Ctrl+9 open the menu's first nine sections; Ctrl+F the page's search.
+    for (int index = 0; index < 9; ++index) {
+        auto* jump = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key(Qt::Key_1 + index)), workspace);
+        connect(jump, &QShortcut::activated, this, [this, index] { openSectionAt(index); });
+    }
+    auto* find = new QShortcut(QKeySequence::Find, workspace);
+    connect(find, &QShortcut::activated, this, &MainWindow::focusPageSearch);
+
+    const int gap = design::step(workspace, 2);
+    auto* top = new QHBoxLayout;
+    top->addWidget(m_showMenu, 0, Qt::AlignTop);
+    top->addWidget(m_header, 1);
     auto* content = new QVBoxLayout;
-    content->addLayout(header);
+    content->setSpacing(design::step(workspace));
+    content->addLayout(top);
     content->addWidget(m_notice);
     content->addWidget(m_pages, 1);
     auto* layout = new QHBoxLayout(workspace);
+    layout->setContentsMargins(gap, gap, gap, gap);
+    layout->setSpacing(gap);
     layout->addWidget(m_menu);
     layout->addLayout(content, 1);
     return workspace;
 }
 
-QWidget* MainWindow::buildSettings()
-{
-    auto* page = new QWidget(this);
-    m_signedInAs = new QLabel(page);
-    m_keyboardState = new QLabel(page);
-    m_keyboardState->setObjectName(QStringLiteral("keyboardState"));
-    m_keyboardState->setWordWrap(true);
-    m_autostart = new QCheckBox(QStringLiteral("Start Tavo when I log in"), page);
-    m_autostart->setObjectName(QStringLiteral("autostart"));
-    m_autostart->setChecked(startsAtLogin());
-    connect(m_autostart, &QCheckBox::toggled, this, [this](bool on) {
-        if (!setStartsAtLogin(on, QApplication::applicationFilePath())) {
-            setNotice(QStringLiteral("Could not change the log-in start of Tavo."));
-        }
-    });
-    auto* signOut = new QPushButton(QStringLiteral("Sign out"), page);
-    signOut->setObjectName(QStringLiteral("signOut"));
-    connect(signOut, &QPushButton::clicked, &m_accounts, &TavoAccountStore::signOut);
-    auto* layout = new QVBoxLayout(page);
-    layout->addWidget(m_signedInAs);
-    layout->addWidget(m_keyboardState);
-    layout->addWidget(m_autostart);
-    layout->addWidget(signOut, 0, Qt::AlignLeft);
-    layout->addStretch();
-    setKeyboardProblem(QString());
-    return page;
-}
-
 void MainWindow::setSection(const QString& section)
 {
-    if (!sections().contains(section)) {
-        return;
+    if (!menuSections().contains(section)) {
+        return; // its screen is not there yet: nothing leads to an empty page
     }
     m_section = section;
-    m_sectionTitle->setText(section);
-    if (m_menu->currentItem() == nullptr || m_menu->currentItem()->text() != section) {
-        const QSignalBlocker blocker(m_menu);
-        m_menu->setCurrentRow(int(sections().indexOf(section)));
+    for (const SectionLook& look : sectionLooks()) {
+        if (look.entry.section == section) {
+            m_header->setTitle(section);
+            m_header->setSubtitle(look.subtitle);
+        }
     }
+    m_menu->setCurrentSection(section);
     if (listSections.contains(section)) {
         m_list->setSection(section);
         m_pages->setCurrentWidget(m_list);
     } else if (section == QLatin1String("Settings")) {
         m_pages->setCurrentWidget(m_settings);
     } else {
-        m_pages->setCurrentWidget(m_placeholder); // its tools come in their own time
+        m_pages->setCurrentWidget(m_dashboard);
+    }
+}
+
+void MainWindow::openSectionAt(int index)
+{
+    const QStringList shown = menuSections();
+    if (m_accounts.isAuthenticated() && index >= 0 && index < shown.size()) {
+        setSection(shown.at(index));
+    }
+}
+
+void MainWindow::focusPageSearch()
+{
+    // The page's own search field, whatever page it is: each names it "search…".
+    const QList<QLineEdit*> fields = m_pages->currentWidget()->findChildren<QLineEdit*>();
+    for (QLineEdit* field : fields) {
+        if (field->objectName().startsWith(QLatin1String("search")) && field->isVisible()) {
+            field->setFocus(Qt::ShortcutFocusReason);
+            field->selectAll();
+            return;
+        }
+    }
+}
+
+void MainWindow::setSidebarCollapsed(bool collapsed)
+{
+    m_sidebarCollapsed = collapsed;
+    m_menu->setLabelsHidden(collapsed);
+    m_settings->setMenuOptions(m_sidebarCollapsed, m_sidebarHidden);
+    if (m_defaults.flag(sidebarCollapsedKey) != collapsed) {
+        m_defaults.setBoolean(sidebarCollapsedKey, collapsed);
+    }
+}
+
+void MainWindow::setSidebarHidden(bool hidden)
+{
+    m_sidebarHidden = hidden;
+    m_menu->setVisible(!hidden);
+    m_showMenu->setVisible(hidden);
+    m_settings->setMenuOptions(m_sidebarCollapsed, m_sidebarHidden);
+    if (m_defaults.flag(sidebarHiddenKey) != hidden) {
+        m_defaults.setBoolean(sidebarHiddenKey, hidden);
     }
 }
 
@@ -210,18 +305,17 @@ QString MainWindow::notice() const
 
 void MainWindow::setNotice(const QString& text)
 {
-    m_notice->setText(text);
+    m_notice->showMessage(text, InlineMessage::Kind::Information);
+}
+
+void MainWindow::setWarning(const QString& text)
+{
+    m_notice->showMessage(text, InlineMessage::Kind::Warning);
 }
 
 void MainWindow::setKeyboardProblem(const QString& problem)
 {
-    m_keyboardState->setText(
-        problem.isEmpty()
-            ? QStringLiteral("Keyboard access: ready. Type \\ or / and a shortcut's key, then a space, in any "
-                             "application.")
-            : QStringLiteral("Keyboard access: not available. %1 Tavo follows typing in an X11 session whose "
-                             "server offers XTEST; log in to an X11 (Xorg) session and start Tavo again.")
-                  .arg(problem));
+    m_settings->setKeyboardProblem(problem);
 }
 
 void MainWindow::openEditor(const std::optional<Clip>& chosen, const QString& defaultGroup)
@@ -256,10 +350,11 @@ void MainWindow::addClipboardShortcut()
 void MainWindow::showAccountState()
 {
     if (m_accounts.isAuthenticated()) {
-        m_signedInAs->setText(QStringLiteral("Signed in as ") + m_accounts.currentUsername());
+        m_settings->showAccount();
         m_screens->setCurrentIndex(1); // the list follows the profile's activation
+        m_dashboard->refresh();
     } else {
-        m_notice->clear();
+        m_notice->showMessage(QString());
         m_list->clear();
         m_registration->setCreating(m_accounts.currentUsername().isEmpty());
         m_screens->setCurrentWidget(m_registration);

@@ -6,18 +6,20 @@
 
 #include <optional>
 
-class QCheckBox;
-class QLabel;
-class QListWidget;
 class QStackedWidget;
 class QToolButton;
 
 namespace tavo {
 
 class DB;
+class DashboardPage;
 class Defaults;
+class InlineMessage;
+class PageHeader;
 class RegistrationView;
+class SettingsPage;
 class ShortcutListPage;
+class SideMenu;
 class TavoAccountStore;
 
 // The one main window: the registration screen until someone is signed in, then the workspace,
@@ -31,15 +33,19 @@ public:
     MainWindow(DB& db, TavoAccountStore& accounts, Defaults& defaults, QWidget* parent = nullptr);
 
     static const QStringList& sections();
+    // The sections whose screens exist, in the side menu's order: the only ones that open.
+    static QStringList menuSections();
     QString section() const { return m_section; }
     void setSection(const QString& section);
 
     QString notice() const;
     void setNotice(const QString& text);
+    void setWarning(const QString& text);
     // What the keyboard tap can do here, shown in Settings: empty when it runs.
     void setKeyboardProblem(const QString& problem);
 
     ShortcutListPage* shortcutList() const { return m_list; }
+    DashboardPage* dashboard() const { return m_dashboard; }
     RegistrationView* registration() const { return m_registration; }
 
     // The editor over the window: a shortcut to edit or a draft, or nothing for a new one.
@@ -50,13 +56,24 @@ public:
     // Registration or workspace, as the account says; a new account's screen starts clean.
     void showAccountState();
 
+    // "Hide menu labels" and "Hide left menu completely", kept across restarts.
+    bool sidebarCollapsed() const { return m_sidebarCollapsed; }
+    void setSidebarCollapsed(bool collapsed);
+    bool sidebarHidden() const { return m_sidebarHidden; }
+    void setSidebarHidden(bool hidden);
+
+signals:
+    // The Dashboard's "Open the picker": the application shows it over this window.
+    void pickerRequested();
+
 protected:
     void closeEvent(QCloseEvent* event) override;
     bool event(QEvent* event) override;
 
 private:
     QWidget* buildWorkspace();
-    QWidget* buildSettings();
+    void openSectionAt(int index);
+    void focusPageSearch();
 
     DB& m_db;
     TavoAccountStore& m_accounts;
@@ -64,16 +81,16 @@ private:
     QString m_section;
     QStackedWidget* m_screens;
     RegistrationView* m_registration;
-    QListWidget* m_menu = nullptr;
-    QLabel* m_sectionTitle = nullptr;
-    QLabel* m_notice = nullptr;
+    SideMenu* m_menu = nullptr;
+    QToolButton* m_showMenu = nullptr;
+    PageHeader* m_header = nullptr;
+    InlineMessage* m_notice = nullptr;
     QStackedWidget* m_pages = nullptr;
+    DashboardPage* m_dashboard = nullptr;
     ShortcutListPage* m_list = nullptr;
-    QWidget* m_settings = nullptr;
-    QWidget* m_placeholder = nullptr;
-    QLabel* m_keyboardState = nullptr;
-    QLabel* m_signedInAs = nullptr;
-    QCheckBox* m_autostart = nullptr;
+    SettingsPage* m_settings = nullptr;
+    bool m_sidebarCollapsed = false;
+    bool m_sidebarHidden = false;
     bool m_painted = false;
 };
 

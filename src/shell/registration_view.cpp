@@ -1,5 +1,6 @@
 #include "shell/registration_view.h"
 
+#include "shell/ui/design.h"
 #include "store/accounts.h"
 
 #include <QFormLayout>
@@ -31,6 +32,10 @@ RegistrationView::RegistrationView(TavoAccountStore& accounts, QWidget* parent)
     m_message->setObjectName(QStringLiteral("message"));
 
     m_username->setPlaceholderText(QStringLiteral("Username"));
+    // The placeholders are the only labels: a screen reader needs them as names.
+    m_username->setAccessibleName(QStringLiteral("Username"));
+    m_password->setAccessibleName(QStringLiteral("Password"));
+    m_confirmPassword->setAccessibleName(QStringLiteral("Confirm password"));
     m_password->setPlaceholderText(AccountText::passwordPlaceholder);
     m_confirmPassword->setPlaceholderText(QStringLiteral("Confirm password"));
     for (QLineEdit* field : {m_password, m_confirmPassword}) {
@@ -39,11 +44,13 @@ RegistrationView::RegistrationView(TavoAccountStore& accounts, QWidget* parent)
     m_submit->setDefault(true);
     m_switchMode->setFlat(true);
     m_message->setWordWrap(true);
-    m_title->setStyleSheet(QStringLiteral("font-size: 20pt; font-weight: 600;"));
+    m_title->setFont(design::pageTitleFont(font()));
 
     auto* card = new QWidget(this);
-    card->setFixedWidth(440); // a fixed width lets the notes wrap to their full height
+    // A fixed width lets the notes wrap to their full height; sixty characters of the body font.
+    card->setFixedWidth(fontMetrics().averageCharWidth() * 60);
     auto* layout = new QVBoxLayout(card);
+    layout->setSpacing(design::step(this));
     layout->addWidget(m_title);
     layout->addWidget(m_username);
     layout->addWidget(m_password);
@@ -55,7 +62,9 @@ RegistrationView::RegistrationView(TavoAccountStore& accounts, QWidget* parent)
          {AccountText::noConnectionNote, AccountText::separateLibraryNote, AccountText::storageNote}) {
         auto* label = new QLabel(note, card);
         label->setWordWrap(true);
-        label->setStyleSheet(QStringLiteral("color: palette(mid);"));
+        QPalette quiet = label->palette();
+        quiet.setColor(QPalette::WindowText, design::secondaryText(palette()));
+        label->setPalette(quiet);
         layout->addWidget(label);
     }
 

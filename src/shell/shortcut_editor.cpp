@@ -1,5 +1,6 @@
 #include "shell/shortcut_editor.h"
 
+#include "shell/ui/inline_message.h"
 #include "store/profile_store.h"
 
 #include <QCheckBox>
@@ -117,7 +118,7 @@ ShortcutEditor::ShortcutEditor(DB& db, const std::optional<Clip>& chosen, const 
     , m_groups(new QListWidget(this))
     , m_media(new QListWidget(this))
     , m_directMedia(new QCheckBox(QStringLiteral("Paste the media instead of the text"), this))
-    , m_problem(new QLabel(this))
+    , m_problem(new InlineMessage(this))
 {
     const bool existing = chosen && std::any_of(db.clips().cbegin(), db.clips().cend(),
                                                 [&](const Clip& clip) { return clip.id == chosen->id; });
@@ -134,9 +135,13 @@ ShortcutEditor::ShortcutEditor(DB& db, const std::optional<Clip>& chosen, const 
     m_url->setPlaceholderText(QStringLiteral("https://"));
     m_text->setPlaceholderText(QStringLiteral("The text to paste. Live tokens such as {{date}} are filled in."));
     m_text->setTabChangesFocus(true); // Tab moves on through the form, as in every other field
-    m_problem->setStyleSheet(QStringLiteral("color: #b3261e;"));
+    m_problem->setObjectName(QStringLiteral("problem"));
+    // The lists have labels beside them; a screen reader is told them as names too.
+    m_groups->setAccessibleName(QStringLiteral("Also in"));
+    m_media->setAccessibleName(QStringLiteral("Media"));
 
     m_group->addItem(QString()); // none chosen: saved as "Imported"
+    m_group->setItemData(0, QStringLiteral("No collection"), Qt::AccessibleTextRole);
     for (const QString& collection : db.collections()) {
         m_group->addItem(collection);
         auto* item = new QListWidgetItem(collection, m_groups);
@@ -240,7 +245,9 @@ void ShortcutEditor::attachFiles(const QStringList& paths)
     for (const QString& path : paths) {
         const QString copy = copyIntoAttachments(path, m_db.attachmentsDir());
         if (copy.isEmpty()) {
-            m_problem->setText(QStringLiteral("Could not copy %1 into the profile.").arg(QFileInfo(path).fileName()));
+            m_problem->showMessage(
+                QStringLiteral("Could not copy %1 into the profile.").arg(QFileInfo(path).fileName()),
+                InlineMessage::Kind::Error);
             continue;
         }
         m_media->addItem(copy);
@@ -250,7 +257,8 @@ void ShortcutEditor::attachFiles(const QStringList& paths)
 void ShortcutEditor::accept()
 {
     if (m_key->text().trimmed().isEmpty() || normalizedTrigger(m_key->text()) == QLatin1String("/")) {
-        m_problem->setText(QStringLiteral("Type the key that will expand this shortcut."));
+        m_problem->showMessage(QStringLiteral("Type the key that will expand this shortcut."),
+                               InlineMessage::Kind::Error);
         m_key->setFocus();
         return;
     }

@@ -16,6 +16,8 @@ class QPlainTextEdit;
 
 namespace tavo {
 
+class InlineMessage;
+
 class DB;
 
 // Copies a file into the profile's Attachments folder under a name of its own (a new UUID, "-"
@@ -65,7 +67,7 @@ private:
     QListWidget* m_groups;
     QListWidget* m_media;
     QCheckBox* m_directMedia;
-    QLabel* m_problem;
+    InlineMessage* m_problem;
 };
 
 } // namespace tavo

@@ -9,6 +9,7 @@
 #include "platform/x11/x11_keyboard_tap.h"
 #include "shell/main_window.h"
 #include "shell/shortcut_list_page.h"
+#include "shell/ui/design.h"
 #include "store/accounts.h"
 #include "store/defaults.h"
 #include "store/key_store.h"
@@ -85,6 +86,8 @@ bool TavoApplication::start()
         return false;
     }
 
+    design::installStyle();
+    design::useIconThemeFor(QApplication::palette());
     m_defaults = std::make_unique<Defaults>();
     m_defaults->watchForChanges();
     m_keyring = std::make_unique<LibsecretStore>();
@@ -108,7 +111,7 @@ bool TavoApplication::start()
     connect(m_runner.get(), &ExpansionRunner::showSelfRequested, this, &TavoApplication::showMainWindow);
     connect(m_delegate.get(), &QuillAppDelegate::tapFailed, this, [this](const QString& reason) {
         m_window->setKeyboardProblem(reason);
-        showNotice(tapFailedNotice);
+        m_window->setWarning(tapFailedNotice);
         if (m_tray && !m_window->isVisible()) {
             // Nothing expands until this is fixed: worth a message even with the window closed.
             m_tray->showMessage(QStringLiteral("Tavo"), tapFailedNotice, QSystemTrayIcon::Warning, 8000);
@@ -180,6 +183,11 @@ void TavoApplication::connectPicker()
     });
     connect(picker, &PickerPanel::showHiddenOnlyChanged, m_runner.get(), &ExpansionRunner::setPickerShowsHiddenOnly);
     connect(picker, &PickerPanel::openTavoRequested, this, &TavoApplication::showMainWindow);
+    connect(m_window.get(), &MainWindow::pickerRequested, picker, [this] {
+        if (m_accounts->isAuthenticated()) {
+            m_picker->showFor(*m_db);
+        }
+    });
     connect(picker, &PickerPanel::manageRequested, this, [this] {
         showMainWindow();
         m_window->setSection(QStringLiteral("My shortcuts"));

@@ -11,6 +11,7 @@
 #include <QUuid>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <vector>
 
@@ -149,6 +150,93 @@ private:
     static constexpr qsizetype shortListSize = 8;
     QSet<QString> m_folded;
     QStringList m_list;
+};
+
+// The case fold of every 16-bit unit, as QChar gives it; a lone surrogate stays what it is.
+const std::array<char16_t, 65536>& foldTable()
+{
+    static const std::array<char16_t, 65536> table = [] {
+        std::array<char16_t, 65536> folds{};
+        for (char32_t unit = 0; unit < 65536; ++unit) {
+            folds[unit] = QChar::isSurrogate(unit) ? char16_t(unit) : char16_t(QChar::toCaseFolded(unit));
+        }
+        return folds;
+    }();
+    return table;
+}
+
+// Orders two texts by their folded units, then by length: case-insensitive, and as fast as a
+// table lookup per character.
+int compareFolded(const QString& a, const QString& b)
+{
+    const std::array<char16_t, 65536>& folds = foldTable();
+    const auto* left = reinterpret_cast<const char16_t*>(a.constData());
+    const auto* right = reinterpret_cast<const char16_t*>(b.constData());
+    const qsizetype common = std::min(a.size(), b.size());
+    for (qsizetype i = 0; i < common; ++i) {
+        if (left[i] != right[i]) {
+            const int difference = int(folds[left[i]]) - int(folds[right[i]]);
+            if (difference != 0) {
+                return difference;
+            }
+        }
+    }
+    return a.size() < b.size() ? -1 : (a.size() > b.size() ? 1 : 0);
+}
+
+// Whether a text contains a search text, ignoring case, exactly as QStringMatcher with
+// Qt::CaseInsensitive decides it, only faster. A search text without surrogates can only match
+// where each of its units equals the case fold of one unit of the text (a surrogate folds to a
+// surrogate or to a character beyond the 16-bit range), so one table of the 65,536 folds takes
+// the place of the Unicode lookups per character: several times faster over a large library.
+class CaseInsensitiveSearch
+{
+public:
+    explicit CaseInsensitiveSearch(const QString& needle)
+    {
+        const bool plain = std::none_of(needle.cbegin(), needle.cend(), [](QChar c) { return c.isSurrogate(); });
+        if (!plain) {
+            m_fallback.emplace(needle, Qt::CaseInsensitive);
+            return;
+        }
+        const std::array<char16_t, 65536>& folds = foldTable();
+        m_folded.reserve(needle.size());
+        for (const QChar c : needle) {
+            m_folded.push_back(folds[c.unicode()]);
+        }
+    }
+
+    bool isIn(const QString& haystack) const
+    {
+        if (m_fallback) {
+            return m_fallback->indexIn(haystack) >= 0;
+        }
+        const std::array<char16_t, 65536>& folds = foldTable();
+        const auto* text = reinterpret_cast<const char16_t*>(haystack.constData());
+        const qsizetype length = haystack.size();
+        const auto count = static_cast<qsizetype>(m_folded.size());
+        if (count == 0) {
+            return true;
+        }
+        const char16_t first = m_folded.front();
+        for (qsizetype i = 0; i + count <= length; ++i) {
+            if (folds[text[i]] != first) {
+                continue;
+            }
+            qsizetype j = 1;
+            while (j < count && folds[text[i + j]] == m_folded[static_cast<size_t>(j)]) {
+                ++j;
+            }
+            if (j == count) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    std::vector<char16_t> m_folded;
+    std::optional<QStringMatcher> m_fallback;
 };
 
 bool isBlank(QStringView text)
@@ -709,10 +797,10 @@ bool isClipVisible(const Clip& clip, const QStringList& hidden)
     return hasVisibleGroup(clip, HiddenSet(hidden));
 }
 
-QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hidden, const QString& query,
-                                const QString& section, const QString& collection, bool includeHidden)
+QList<qsizetype> filterShortcutClipPositions(const QList<Clip>& clips, const QStringList& hidden, const QString& query,
+                                             const QString& section, const QString& collection, bool includeHidden)
 {
-    // Work on pointers and copy only the survivors at the end.
+    // Work on pointers; the positions come from them at the end.
     std::vector<const Clip*> kept;
     kept.reserve(static_cast<size_t>(clips.size()));
     if (includeHidden) {
@@ -728,28 +816,42 @@ QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hid
         }
     }
 
-    QList<Clip> resolved; // owns the clips of a batch query
     if (const std::optional<ShortcutBatchRequest> batch = parseBatchTrigger(query)) {
         QList<Clip> candidates;
         candidates.reserve(static_cast<qsizetype>(kept.size()));
         for (const Clip* clip : kept) {
             candidates.append(*clip);
         }
-        resolved = resolveBatch(*batch, candidates);
-        kept.clear();
-        for (const Clip& clip : std::as_const(resolved)) {
-            kept.push_back(&clip);
+        const QList<Clip> resolved = resolveBatch(*batch, candidates);
+        // The request's clips are copies: find each one's original, by its id and then in full.
+        QHash<QUuid, const Clip*> byId;
+        byId.reserve(static_cast<qsizetype>(kept.size()));
+        for (const Clip* clip : kept) {
+            if (!byId.contains(clip->id)) {
+                byId.insert(clip->id, clip);
+            }
         }
+        std::vector<const Clip*> originals;
+        for (const Clip& copy : resolved) {
+            const Clip* original = byId.value(copy.id);
+            if (!original || !(*original == copy)) {
+                const auto same = std::find_if(kept.cbegin(), kept.cend(), [&](const Clip* c) { return *c == copy; });
+                original = same == kept.cend() ? nullptr : *same;
+            }
+            if (original) {
+                originals.push_back(original);
+            }
+        }
+        kept = std::move(originals);
     } else if (!query.isEmpty()) {
         const QString base = parseStyledTrigger(query).base;
         if (base.isEmpty()) {
             kept.clear();
         } else {
-            // One matcher for all clips: its skip table is built once, not per text.
-            const QStringMatcher matcher(base, Qt::CaseInsensitive);
+            // One matcher for all clips: it prepares the search text once, not per text.
+            const CaseInsensitiveSearch matcher(base);
             std::erase_if(kept, [&](const Clip* clip) {
-                return matcher.indexIn(clip->key) < 0 && matcher.indexIn(clip->name) < 0 &&
-                       matcher.indexIn(clip->text) < 0;
+                return !matcher.isIn(clip->key) && !matcher.isIn(clip->name) && !matcher.isIn(clip->text);
             });
         }
     }
@@ -773,12 +875,84 @@ QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hid
         std::erase_if(kept, [&](const Clip* clip) { return !clipHasGroup(*clip, section); });
     }
 
-    QList<Clip> result;
-    result.reserve(static_cast<qsizetype>(kept.size()));
+    QList<qsizetype> positions;
+    positions.reserve(static_cast<qsizetype>(kept.size()));
     for (const Clip* clip : kept) {
-        result.append(*clip);
+        positions.append(clip - clips.constData());
+    }
+    return positions;
+}
+
+QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hidden, const QString& query,
+                                const QString& section, const QString& collection, bool includeHidden)
+{
+    const QList<qsizetype> positions =
+        filterShortcutClipPositions(clips, hidden, query, section, collection, includeHidden);
+    QList<Clip> result;
+    result.reserve(positions.size());
+    for (const qsizetype position : positions) {
+        result.append(clips.at(position));
     }
     return result;
+}
+
+void sortShortcutClipPositions(QList<qsizetype>& positions, const QList<Clip>& clips, ShortcutSortKey by,
+                               Qt::SortOrder order)
+{
+    // Sorted as a compact array that points straight at the compared texts, so that most
+    // comparisons read two texts and nothing else.
+    struct Entry
+    {
+        const QString* primary;
+        int rank; // of the collection among the list's collections, for a sort by collection
+        const Clip* clip;
+        qsizetype position;
+    };
+    std::vector<Entry> entries;
+    entries.reserve(static_cast<size_t>(positions.size()));
+    for (const qsizetype position : std::as_const(positions)) {
+        const Clip& clip = clips.at(position);
+        const QString* primary = by == ShortcutSortKey::Key ? &clip.key : &clip.name;
+        entries.push_back({primary, 0, &clip, position});
+    }
+    if (by == ShortcutSortKey::Collection) {
+        // A library has a few dozen collections: they are put in order once, and a hundred
+        // thousand clips compare their ranks.
+        QHash<QString, int> ranks;
+        for (const Entry& entry : entries) {
+            ranks.insert(entry.clip->group, 0);
+        }
+        QStringList groups = ranks.keys();
+        std::sort(groups.begin(), groups.end(),
+                  [](const QString& a, const QString& b) { return compareFolded(a, b) < 0; });
+        int rank = 0;
+        for (qsizetype i = 0; i < groups.size(); ++i) {
+            if (i > 0 && compareFolded(groups.at(i - 1), groups.at(i)) != 0) {
+                ++rank;
+            }
+            ranks[groups.at(i)] = rank;
+        }
+        for (Entry& entry : entries) {
+            entry.rank = ranks.value(entry.clip->group);
+        }
+    }
+    const auto compare = [&](const Entry& a, const Entry& b) {
+        int result = a.rank - b.rank;
+        if (result == 0) {
+            result = compareFolded(*a.primary, *b.primary);
+        }
+        if (result == 0 && by != ShortcutSortKey::Key) {
+            result = compareFolded(a.clip->key, b.clip->key);
+        }
+        if (result == 0 && by == ShortcutSortKey::Key) {
+            result = compareFolded(a.clip->name, b.clip->name);
+        }
+        return order == Qt::AscendingOrder ? result : -result;
+    };
+    std::stable_sort(entries.begin(), entries.end(), [&](const Entry& a, const Entry& b) { return compare(a, b) < 0; });
+    for (size_t i = 0; i < entries.size(); ++i) {
+        positions[static_cast<qsizetype>(i)] = entries[i].position;
+    }
 }
 
 QList<Clip> filterClipsByCategory(const QList<Clip>& clips, const QString& category,

@@ -171,6 +171,24 @@ bool clipHasGroup(const Clip& clip, const QString& name);
 
 QList<Clip> filterShortcutClips(const QList<Clip>& clips, const QStringList& hidden, const QString& query,
                                 const QString& section, const QString& collection, bool includeHidden);
+// The same filter as positions in `clips`, in the filter's order: a list of a hundred thousand
+// can hold these instead of copies, which cost more than the search itself.
+QList<qsizetype> filterShortcutClipPositions(const QList<Clip>& clips, const QStringList& hidden, const QString& query,
+                                             const QString& section, const QString& collection, bool includeHidden);
+
+// The columns a shortcut list sorts by.
+enum class ShortcutSortKey
+{
+    Key,
+    Name,
+    Collection, // the first collection, `group`
+};
+
+// Orders positions in `clips` by one column of their clips, ignoring case. Ties fall back to the
+// name, then the key, and clips equal in all three keep their order, so a list reads the same
+// after every refresh.
+void sortShortcutClipPositions(QList<qsizetype>& positions, const QList<Clip>& clips, ShortcutSortKey by,
+                               Qt::SortOrder order);
 
 // Duplicate analysis
 

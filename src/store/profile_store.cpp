@@ -169,6 +169,11 @@ QString tavoProfileSlug(const QString& identity)
     return QString::fromLatin1(encoded);
 }
 
+QString metricStorageKey(const QString& identity, const QString& metric)
+{
+    return QStringLiteral("tavo.stats.%1.%2").arg(tavoProfileSlug(identity), metric);
+}
+
 DB::DB(Defaults& defaults, const QString& rootFolder, Access access, QObject* parent)
     : QObject(parent)
     , m_defaults(defaults)

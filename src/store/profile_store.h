@@ -21,6 +21,9 @@ class Defaults;
 // made safe for file names and "=" dropped.
 QString tavoProfileSlug(const QString& identity);
 
+// Where an account's usage counter is kept in the settings: "tavo.stats.<profile slug>.<metric>".
+QString metricStorageKey(const QString& identity, const QString& metric);
+
 // The store of one local profile: its shortcuts, collection names, record library and hidden
 // collections. It starts on the root data folder and moves into a profile on activation.
 //

@@ -18,7 +18,7 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QTableWidget>
+#include <QTableView>
 #include <QtTest>
 
 using namespace tavo;
@@ -250,17 +250,18 @@ void TestMainWindow::pagesOfFifty()
     QTRY_VERIFY(!list->isFiltering());
     QTRY_COMPARE(list->visibleClips().size(), 120);
 
-    auto* table = find<QTableWidget>(list, "shortcuts");
+    QAbstractItemModel* table = find<QTableView>(list, "shortcuts")->model();
     auto* next = find<QPushButton>(list, "nextPage");
     auto* label = find<QLabel>(list, "pageLabel");
     QCOMPARE(table->rowCount(), 50);
-    QCOMPARE(label->text(), QStringLiteral("Page 1 of 3 · 120 shortcuts"));
+    QCOMPARE(label->text(), QStringLiteral("Page 1 of 3"));
+    QCOMPARE(find<QLabel>(list, "shortcutCount")->text(), QStringLiteral("120 shortcuts"));
     QTest::mouseClick(next, Qt::LeftButton);
     QTest::mouseClick(next, Qt::LeftButton);
     QCOMPARE(table->rowCount(), 20);
-    QCOMPARE(table->item(0, 1)->text(), list->visibleClips().at(100).name);
+    QCOMPARE(table->index(0, 1).data().toString(), list->visibleClips().at(100).name);
     QVERIFY(!next->isEnabled());
-    QCOMPARE(label->text(), QStringLiteral("Page 3 of 3 · 120 shortcuts"));
+    QCOMPARE(label->text(), QStringLiteral("Page 3 of 3"));
 
     // Deleting from the last page keeps the list consistent: it refilters and stays in range.
     m_db->setClips(clips.mid(0, 60));
@@ -316,7 +317,7 @@ void TestMainWindow::deletingAsksFirst()
     m_window->setSection(QStringLiteral("My shortcuts"));
     ShortcutListPage* list = m_window->shortcutList();
     QTRY_COMPARE(list->visibleClips().size(), before.size());
-    auto* table = find<QTableWidget>(list, "shortcuts");
+    auto* table = find<QTableView>(list, "shortcuts");
     table->selectRow(0);
     table->setSelectionMode(QAbstractItemView::MultiSelection);
     table->selectRow(1);

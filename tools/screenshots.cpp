@@ -1,0 +1,141 @@
+// Renders each screen of Tavo into PNG files, for the design notes and the README:
+//   screenshots OUT_DIR light|dark
+// Run it through scripts/screenshots, which gives it a private home and keyring and renders the
+// light, dark and 2× sets (QT_SCALE_FACTOR=2 for the last).
+
+#include "picker/picker_panel.h"
+#include "platform/secret/libsecret_store.h"
+#include "shell/main_window.h"
+#include "shell/shortcut_editor.h"
+#include "shell/ui/design.h"
+#include "store/accounts.h"
+#include "store/defaults.h"
+#include "store/key_store.h"
+#include "store/profile_store.h"
+#include "store/seeds.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QPixmap>
+#include <QRegularExpression>
+#include <QStyleFactory>
+#include <QTimer>
+
+#include <cstdio>
+
+using namespace tavo;
+
+namespace {
+
+void settle(int ms = 300)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < ms) {
+        QApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+}
+
+bool save(QWidget* widget, const QString& folder, const QString& name)
+{
+    settle();
+    const QString path = QDir(folder).filePath(name + QStringLiteral(".png"));
+    if (!widget->grab().save(path)) {
+        std::fprintf(stderr, "could not write %s\n", qPrintable(path));
+        return false;
+    }
+    std::printf("%s\n", qPrintable(path));
+    return true;
+}
+
+Clip shortcut(const QString& key, const QString& name, const QString& text, const QString& group)
+{
+    Clip clip;
+    clip.key = key;
+    clip.name = name;
+    clip.text = text;
+    clip.group = group;
+    return clip;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QApplication app(argc, argv);
+    if (argc < 3) {
+        std::fputs("usage: screenshots OUT_DIR light|dark\n", stderr);
+        return 2;
+    }
+    const QString folder = QString::fromLocal8Bit(argv[1]);
+    const bool dark = qstrcmp(argv[2], "dark") == 0;
+    QDir().mkpath(folder);
+    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    if (dark) {
+        QApplication::setPalette(design::darkPalette());
+    }
+    design::installStyle();
+    design::useIconThemeFor(QApplication::palette());
+
+    LibsecretStore keyring;
+    KeyStore::setBackend(&keyring);
+    Defaults defaults;
+    if (dark) {
+        defaults.setString(QStringLiteral("quillTheme"), QStringLiteral("Dark"));
+    }
+    DB db(defaults);
+    TavoAccountStore accounts(defaults);
+    MainWindow window(db, accounts, defaults);
+    window.resize(1100, 700);
+    window.show();
+    bool ok = save(&window, folder, QStringLiteral("registration"));
+
+    if (!accounts.registerAccount(QStringLiteral("sam"), QStringLiteral("a long password"))) {
+        std::fputs("could not make the account\n", stderr);
+        return 1;
+    }
+    db.activateProfile(QStringLiteral("sam"));
+    seedDefaultShortcuts(db, QStringLiteral("tavo"), QStringLiteral("/usr/bin/tavo"));
+    QList<Clip> clips = db.clips();
+    clips.prepend(shortcut(QStringLiteral("/sig"), QStringLiteral("Signature"),
+                           QStringLiteral("Best regards,\nSam Rivera\nRivera Design Studio"), QStringLiteral("Work")));
+    clips.prepend(shortcut(QStringLiteral("/today"), QStringLiteral("Today's date"), QStringLiteral("{{date}}"),
+                           QStringLiteral("Live & dynamic")));
+    db.setClips(clips);
+    db.save();
+    window.showAccountState();
+
+    for (const QString& section : MainWindow::menuSections()) {
+        window.setSection(section);
+        ok = save(&window, folder,
+                  section.toLower().replace(QRegularExpression(QStringLiteral("[^a-z0-9]+")), QStringLiteral("-"))) &&
+             ok;
+    }
+    window.setSection(QStringLiteral("My shortcuts"));
+    if (auto* search = window.findChild<QLineEdit*>(QStringLiteral("searchShortcuts"))) {
+        search->setText(QStringLiteral("thank"));
+        ok = save(&window, folder, QStringLiteral("my-shortcuts-search")) && ok;
+        search->setText(QStringLiteral("no such words"));
+        ok = save(&window, folder, QStringLiteral("my-shortcuts-no-match")) && ok;
+        search->clear();
+    }
+    window.setNotice(QStringLiteral("Saved \\ty."));
+    window.setSidebarCollapsed(true);
+    ok = save(&window, folder, QStringLiteral("menu-icons-only")) && ok;
+    window.setSidebarCollapsed(false);
+    window.setNotice(QString());
+
+    ShortcutEditor editor(db, db.clips().first(), QString(), &window);
+    editor.show();
+    ok = save(&editor, folder, QStringLiteral("shortcut-editor")) && ok;
+    editor.close();
+
+    PickerPanel picker(defaults);
+    picker.showFor(db);
+    picker.setQuery(QStringLiteral("t"));
+    ok = save(&picker, folder, QStringLiteral("picker")) && ok;
+    picker.hidePanel();
+    return ok ? 0 : 1;
+}
