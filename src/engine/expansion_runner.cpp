@@ -6,6 +6,7 @@
 #include "store/accounts.h"
 #include "store/defaults.h"
 #include "store/profile_store.h"
+#include "store/scorecard.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -66,6 +67,7 @@ ExpansionRunner::ExpansionRunner(DB& db, TavoAccountStore& accounts, Defaults& d
     , m_delegate(delegate)
     , m_desktop(desktop)
     , m_pasteboard(pasteboard)
+    , m_metrics(defaults)
 {
     m_holdTimer.setSingleShot(true);
     m_holdTimer.setInterval(pasteLandingTimeoutMs);
@@ -111,9 +113,11 @@ void ExpansionRunner::notice(const QString& text)
 
 void ExpansionRunner::openPicker(bool slashTriggered)
 {
-    Q_UNUSED(slashTriggered)
     if (!m_accounts.isAuthenticated()) {
         return;
+    }
+    if (slashTriggered) {
+        m_metrics.count(m_accounts.currentUsername(), Metric::backslashInvocations);
     }
     m_delegate.clearQueryBuffer();
     const DesktopWindow front = m_desktop.activeWindow();
@@ -152,14 +156,18 @@ void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
         finishWithoutPaste(true);
         return;
     }
+    if (plan.kind == ExpansionPlan::Kind::Nothing) {
+        finishWithoutPaste(false);
+        return;
+    }
+    // Written a moment later: nothing on the way to the paste touches a file.
+    m_metrics.count(m_accounts.currentUsername(), Metric::shortcutsUsed);
     switch (plan.kind) {
     case ExpansionPlan::Kind::NotSignedIn:
     case ExpansionPlan::Kind::NoMatch:
     case ExpansionPlan::Kind::InlineCommand:
-        return; // given back above
     case ExpansionPlan::Kind::Nothing:
-        finishWithoutPaste(false);
-        return;
+        return; // handled above
     case ExpansionPlan::Kind::Calculation:
     case ExpansionPlan::Kind::Paste:
         pasteIntoReturnApp(length,

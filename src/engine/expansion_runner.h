@@ -2,6 +2,7 @@
 
 #include "engine/expansion_plan.h"
 #include "platform/desktop.h"
+#include "store/scorecard.h"
 
 #include <QNetworkAccessManager>
 #include <QObject>
@@ -78,6 +79,7 @@ private:
     Pasteboard& m_pasteboard;
     QNetworkAccessManager m_network;
     DesktopWindow m_returnApp;
+    MetricCounter m_metrics;
     QTimer m_holdTimer;
     bool m_pickerShowsHiddenOnly = false;
     quint64 m_heldKey = 0;    // the key whose hold the expansion under way claimed

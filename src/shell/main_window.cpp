@@ -94,7 +94,7 @@ const QList<SectionLook>& sectionLooks()
 {
     static const QList<SectionLook> looks = {
         {{QStringLiteral("Dashboard"), QStringLiteral("go-home"), QString()},
-         QStringLiteral("Your library at a glance, and how to begin")},
+         QStringLiteral("Your activity with Tavo, and how to begin")},
         {{QStringLiteral("My shortcuts"), QStringLiteral("view-list-details"), QStringLiteral("Library")},
          QStringLiteral("Every shortcut you keep; type its key and a space in any application")},
         {{QStringLiteral("Live & dynamic"), QStringLiteral("chronometer"), QStringLiteral("Library")},
@@ -195,6 +195,8 @@ QWidget* MainWindow::buildWorkspace()
     connect(m_dashboard, &DashboardPage::sectionRequested, this, &MainWindow::setSection);
     connect(m_dashboard, &DashboardPage::newShortcutRequested, this, [this] { newShortcut(); });
     connect(m_dashboard, &DashboardPage::pickerRequested, this, &MainWindow::pickerRequested);
+    connect(m_dashboard, &DashboardPage::buildCollectionRequested, this,
+            [this] { setSection(QStringLiteral("Collections")); });
     m_list = new ShortcutListPage(m_db, workspace);
     connect(m_list, &ShortcutListPage::editRequested, this, [this](const Clip& clip) { openEditor(clip); });
     connect(m_list, &ShortcutListPage::noticeRequested, this, &MainWindow::setNotice);

@@ -121,6 +121,21 @@ void Defaults::remove(const QString& key)
 
 void Defaults::write(const QString& key, const std::optional<QJsonValue>& value)
 {
+    update(key, [&](const QJsonValue&) { return value; });
+}
+
+double Defaults::addToNumber(const QString& key, double amount)
+{
+    return update(key,
+                  [&](const QJsonValue& current) -> std::optional<QJsonValue> {
+                      return QJsonValue(current.toDouble(0) + amount);
+                  })
+        .toDouble();
+}
+
+QJsonValue Defaults::update(const QString& key,
+                            const std::function<std::optional<QJsonValue>(const QJsonValue&)>& change)
+{
     QDir().mkpath(QFileInfo(m_filePath).absolutePath());
     QLockFile lock(lockPathFor(m_filePath));
     lock.setStaleLockTime(lockTimeoutMs * 2);
@@ -134,6 +149,7 @@ void Defaults::write(const QString& key, const std::optional<QJsonValue>& value)
         m_lostUnreadableFile = true;
         keepUnreadableAside(m_filePath);
     }
+    const std::optional<QJsonValue> value = change(m_values.value(key));
     if (value) {
         m_values.insert(key, *value);
     } else {
@@ -144,6 +160,7 @@ void Defaults::write(const QString& key, const std::optional<QJsonValue>& value)
         lock.unlock();
     }
     emit valuesChanged();
+    return value.value_or(QJsonValue());
 }
 
 void Defaults::reload()

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <optional>
 
 class QFileSystemWatcher;
@@ -48,6 +49,9 @@ public:
     void setNumber(const QString& key, double value) { setValue(key, value); }
     void setStringList(const QString& key, const QStringList& value);
     void remove(const QString& key);
+    // Adds to the number under `key` (absent or not a number: 0) in one locked read-change-write,
+    // so two processes counting at once lose nothing. Returns the new value.
+    double addToNumber(const QString& key, double amount);
 
     // Reads the file again, taking what other processes wrote.
     void reload();
@@ -62,6 +66,8 @@ signals:
 
 private:
     void write(const QString& key, const std::optional<QJsonValue>& value);
+    // Under the file's lock: what is on disk now, then `change` of the key's current value.
+    QJsonValue update(const QString& key, const std::function<std::optional<QJsonValue>(const QJsonValue&)>& change);
     QJsonObject readFile();
 
     QString m_filePath;

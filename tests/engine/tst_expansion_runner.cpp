@@ -4,6 +4,7 @@
 #include "store/accounts.h"
 #include "store/defaults.h"
 #include "store/profile_store.h"
+#include "store/scorecard.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
@@ -186,6 +187,13 @@ void TestExpansionRunner::pastesAfterRemovingTheTrigger()
     QCOMPARE(m_tap->releasedKeys, m_tap->claims); // the hold it claimed, none other
     m_runner->pasteTaken();                       // a second read of the same paste releases nothing more
     QCOMPARE(m_tap->releases.size(), 1);
+
+    // The picker's opening and the expansion count for the account, written once the runner is
+    // done with the keys.
+    QCOMPARE(storedMetric(*m_defaults, QStringLiteral("sam"), Metric::shortcutsUsed), 0);
+    m_runner.reset();
+    QCOMPARE(storedMetric(*m_defaults, QStringLiteral("sam"), Metric::shortcutsUsed), 1);
+    QCOMPARE(storedMetric(*m_defaults, QStringLiteral("sam"), Metric::backslashInvocations), 1);
 }
 
 void TestExpansionRunner::spreadsheetGetsOneEscape_data()
@@ -276,6 +284,8 @@ void TestExpansionRunner::nothingDone()
         QCOMPARE(notices.last().first().toString(), notice);
     }
     QCOMPARE(m_tap->releases, QList<bool>{replay});
+    m_runner.reset();
+    QCOMPARE(storedMetric(*m_defaults, QStringLiteral("sam"), Metric::backslashInvocations), signedIn ? 1 : 0);
 }
 
 void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn_data()
