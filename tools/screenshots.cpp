@@ -5,6 +5,8 @@
 
 #include "picker/picker_panel.h"
 #include "platform/secret/libsecret_store.h"
+#include "shell/collection_library_page.h"
+#include "shell/collection_sheets.h"
 #include "shell/main_window.h"
 #include "shell/shortcut_editor.h"
 #include "shell/ui/design.h"
@@ -15,6 +17,9 @@
 #include "store/seeds.h"
 
 #include <QApplication>
+#include <QDialog>
+#include <QUuid>
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QLineEdit>
@@ -22,6 +27,7 @@
 #include <QRegularExpression>
 #include <QStyleFactory>
 #include <QTimer>
+#include <functional>
 
 #include <cstdio>
 
@@ -103,8 +109,44 @@ int main(int argc, char* argv[])
                            QStringLiteral("Best regards,\nSam Rivera\nRivera Design Studio"), QStringLiteral("Work")));
     clips.prepend(shortcut(QStringLiteral("/today"), QStringLiteral("Today's date"), QStringLiteral("{{date}}"),
                            QStringLiteral("Live & dynamic")));
+    clips.append(shortcut(QStringLiteral("/sig"), QStringLiteral("Short signature"), QStringLiteral("Sam"),
+                          QStringLiteral("Personal"))); // a repeated code for the duplicates panel
     db.setClips(clips);
     db.save();
+    QStringList collections = db.collections();
+    collections << QStringLiteral("Clients");
+    db.setCollections(collections);
+    CollectionDefinition customers = CollectionDefinition::emptyFor(QStringLiteral("Clients"));
+    for (const QString& field : {QStringLiteral("Email"), QStringLiteral("Phone"), QStringLiteral("City")}) {
+        CollectionFieldDefinition each;
+        each.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+        each.name = field;
+        customers.fields << each;
+    }
+    QList<CollectionDefinition> definitions = db.collectionDefinitions();
+    definitions << customers;
+    db.setCollectionDefinitions(definitions);
+    QList<CollectionRecord> records;
+    const QList<QStringList> people = {
+        {QStringLiteral("Acme Corporation"), QStringLiteral("acme"), QStringLiteral("orders@acme.example"),
+         QStringLiteral("+1 555 0100"), QStringLiteral("Springfield")},
+        {QStringLiteral("Globex"), QStringLiteral("globex"), QStringLiteral("hello@globex.example"),
+         QStringLiteral("+1 555 0142"), QStringLiteral("Cypress Creek")},
+        {QStringLiteral("Initech"), QStringLiteral("initech"), QStringLiteral("billing@initech.example"),
+         QStringLiteral("+1 555 0199"), QStringLiteral("Austin")}};
+    for (const QStringList& person : people) {
+        CollectionRecord record;
+        record.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+        record.collection = QStringLiteral("Clients");
+        record.name = person.at(0);
+        record.alias = person.at(1);
+        record.values = {{QStringLiteral("Email"), person.at(2)},
+                         {QStringLiteral("Phone"), person.at(3)},
+                         {QStringLiteral("City"), person.at(4)}};
+        records << record;
+    }
+    db.setCollectionRecords(records);
+    db.saveCollectionLibrary();
     window.showAccountState();
 
     for (const QString& section : MainWindow::menuSections()) {
@@ -121,6 +163,20 @@ int main(int argc, char* argv[])
         ok = save(&window, folder, QStringLiteral("my-shortcuts-no-match")) && ok;
         search->clear();
     }
+    window.setSection(QStringLiteral("Collections"));
+    window.collections()->selectCollection(QStringLiteral("Clients"));
+    window.collections()->setMode(CollectionLibraryPage::Mode::Records);
+    ok = save(&window, folder, QStringLiteral("collections-records")) && ok;
+    for (const auto& [name, open] : std::initializer_list<std::pair<QString, std::function<QDialog*()>>>{
+             {QStringLiteral("collection-definition-sheet"), [&] { return window.collections()->openNewCollection(); }},
+             {QStringLiteral("collection-record-sheet"), [&] { return window.collections()->openNewRecord(); }},
+             {QStringLiteral("collection-manager-sheet"), [&] { return window.collections()->openManager(); }},
+             {QStringLiteral("collection-categories-sheet"), [&] { return window.collections()->openCategories(); }}}) {
+        QDialog* sheet = open();
+        ok = save(sheet, folder, name) && ok;
+        sheet->close();
+    }
+    window.collections()->setMode(CollectionLibraryPage::Mode::Shortcuts);
     window.setNotice(QStringLiteral("Saved \\ty."));
     window.setSidebarCollapsed(true);
     ok = save(&window, folder, QStringLiteral("menu-icons-only")) && ok;

@@ -1,5 +1,6 @@
 #include "shell/main_window.h"
 
+#include "shell/collection_library_page.h"
 #include "shell/dashboard_page.h"
 #include "shell/registration_view.h"
 #include "shell/settings_page.h"
@@ -97,6 +98,8 @@ const QList<SectionLook>& sectionLooks()
          QStringLiteral("Your activity with Tavo, and how to begin")},
         {{QStringLiteral("My shortcuts"), QStringLiteral("view-list-details"), QStringLiteral("Library")},
          QStringLiteral("Every shortcut you keep; type its key and a space in any application")},
+        {{QStringLiteral("Collections"), QStringLiteral("folder"), QStringLiteral("Library")},
+         QStringLiteral("Collections of shortcuts and records, their categories and repeats")},
         {{QStringLiteral("Live & dynamic"), QStringLiteral("chronometer"), QStringLiteral("Library")},
          QStringLiteral("Shortcuts with live values such as {{date}} and {{clipboard}}")},
         {{QStringLiteral("Sound & media"), QStringLiteral("applications-multimedia"), QStringLiteral("Library")},
@@ -195,12 +198,20 @@ QWidget* MainWindow::buildWorkspace()
     connect(m_dashboard, &DashboardPage::sectionRequested, this, &MainWindow::setSection);
     connect(m_dashboard, &DashboardPage::newShortcutRequested, this, [this] { newShortcut(); });
     connect(m_dashboard, &DashboardPage::pickerRequested, this, &MainWindow::pickerRequested);
-    connect(m_dashboard, &DashboardPage::buildCollectionRequested, this,
-            [this] { setSection(QStringLiteral("Collections")); });
+    connect(m_dashboard, &DashboardPage::buildCollectionRequested, this, [this] {
+        setSection(QStringLiteral("Collections"));
+        m_collections->openNewCollection();
+    });
     m_list = new ShortcutListPage(m_db, workspace);
     connect(m_list, &ShortcutListPage::editRequested, this, [this](const Clip& clip) { openEditor(clip); });
     connect(m_list, &ShortcutListPage::noticeRequested, this, &MainWindow::setNotice);
     connect(m_list, &ShortcutListPage::newShortcutRequested, this, &MainWindow::newShortcut);
+    m_collections = new CollectionLibraryPage(m_db, workspace);
+    connect(m_collections, &CollectionLibraryPage::editRequested, this, [this](const Clip& clip) { openEditor(clip); });
+    connect(m_collections, &CollectionLibraryPage::newShortcutRequested, this, &MainWindow::newShortcut);
+    connect(m_collections, &CollectionLibraryPage::noticeRequested, this, &MainWindow::setNotice);
+    // The scorecard's repeats come from the library's own load, never from the window's thread.
+    connect(m_collections, &CollectionLibraryPage::duplicatesCounted, m_dashboard, &DashboardPage::setDuplicateCounts);
     m_settings = new SettingsPage(m_accounts, m_defaults, workspace);
     connect(m_settings, &SettingsPage::noticeRequested, this, &MainWindow::setWarning);
     connect(m_settings, &SettingsPage::menuLabelsHiddenToggled, this, &MainWindow::setSidebarCollapsed);
@@ -208,6 +219,7 @@ QWidget* MainWindow::buildWorkspace()
     m_pages = new QStackedWidget(workspace);
     m_pages->addWidget(m_dashboard);
     m_pages->addWidget(m_list);
+    m_pages->addWidget(m_collections);
     m_pages->addWidget(m_settings);
 
     // Ctrl+1 to Ctrl+9 open the menu's first nine sections; Ctrl+F the page's search.
@@ -251,6 +263,8 @@ void MainWindow::setSection(const QString& section)
     if (listSections.contains(section)) {
         m_list->setSection(section);
         m_pages->setCurrentWidget(m_list);
+    } else if (section == QLatin1String("Collections")) {
+        m_pages->setCurrentWidget(m_collections);
     } else if (section == QLatin1String("Settings")) {
         m_pages->setCurrentWidget(m_settings);
     } else {
@@ -358,6 +372,7 @@ void MainWindow::showAccountState()
     } else {
         m_notice->showMessage(QString());
         m_list->clear();
+        m_collections->clear();
         m_registration->setCreating(m_accounts.currentUsername().isEmpty());
         m_screens->setCurrentWidget(m_registration);
         m_registration->setFocus();

@@ -11,6 +11,7 @@ class QToolButton;
 
 namespace tavo {
 
+class CollectionLibraryPage;
 class DB;
 class DashboardPage;
 class Defaults;
@@ -46,6 +47,7 @@ public:
 
     ShortcutListPage* shortcutList() const { return m_list; }
     DashboardPage* dashboard() const { return m_dashboard; }
+    CollectionLibraryPage* collections() const { return m_collections; }
     RegistrationView* registration() const { return m_registration; }
 
     // The editor over the window: a shortcut to edit or a draft, or nothing for a new one.
@@ -88,6 +90,7 @@ private:
     QStackedWidget* m_pages = nullptr;
     DashboardPage* m_dashboard = nullptr;
     ShortcutListPage* m_list = nullptr;
+    CollectionLibraryPage* m_collections = nullptr;
     SettingsPage* m_settings = nullptr;
     bool m_sidebarCollapsed = false;
     bool m_sidebarHidden = false;

@@ -182,6 +182,12 @@ std::optional<QString> validateCollectionRename(const QString& newName, const QS
     return std::nullopt;
 }
 
+std::optional<QString> validateNewCollectionName(const QString& name, const QStringList& collections)
+{
+    // A new collection is no existing one, so every name counts against it.
+    return validateCollectionRename(name, QString(), collections);
+}
+
 bool renameCollectionInNames(QStringList& names, const QString& from, const QString& to)
 {
     const std::optional<QString> target = renameTarget(to);
@@ -582,6 +588,37 @@ QStringList CollectionDefinitionEditor::categoryChoices(const QStringList& custo
     return choices;
 }
 
+std::optional<QString> CollectionDefinitionEditor::categoryChoice(const QString& text,
+                                                                  const QStringList& customCategories)
+{
+    const QString wanted = text.trimmed();
+    for (const QString& choice : categoryChoices(customCategories)) {
+        if (equalsIgnoringCase(choice, wanted)) {
+            return choice;
+        }
+    }
+    return std::nullopt;
+}
+
+void addCollection(QStringList& names, QList<CollectionDefinition>& definitions, const CollectionDefinition& definition)
+{
+    if (!names.contains(definition.name, Qt::CaseInsensitive)) {
+        names.append(definition.name);
+    }
+    definitions.removeIf(
+        [&](const CollectionDefinition& old) { return equalsIgnoringCase(old.name, definition.name); });
+    definitions.append(definition);
+}
+
+void removeCollection(QStringList& names, QStringList& hidden, QList<CollectionDefinition>& definitions,
+                      const QString& name)
+{
+    const auto named = [&](const QString& entry) { return equalsIgnoringCase(entry, name); };
+    names.removeIf(named);
+    hidden.removeIf(named);
+    definitions.removeIf([&](const CollectionDefinition& definition) { return named(definition.name); });
+}
+
 int collectionPageCount(qsizetype itemCount)
 {
     if (itemCount <= 0) {
@@ -645,6 +682,104 @@ QString identicalCollectionsTitle(qsizetype groupCount)
 QString matchingItemsText(const DuplicateCollectionGroup& group)
 {
     return QStringLiteral("%1 matching items").arg(group.matchingItems);
+}
+
+std::optional<QString> collectionRemovalRefusal(const QString& name, const QList<Clip>& clips,
+                                                const QList<CollectionRecord>& records)
+{
+    if (builtInCollections().contains(name, Qt::CaseInsensitive)) {
+        return QStringLiteral("%1 is built in and cannot be removed.").arg(name);
+    }
+    const qsizetype shortcuts =
+        std::count_if(clips.cbegin(), clips.cend(), [&](const Clip& clip) { return clipHasGroup(clip, name); });
+    if (shortcuts > 0) {
+        return QStringLiteral("%1 is used by %2 %3; move or delete them first.")
+            .arg(name)
+            .arg(shortcuts)
+            .arg(shortcuts == 1 ? QStringLiteral("shortcut") : QStringLiteral("shortcuts"));
+    }
+    const qsizetype held = std::count_if(records.cbegin(), records.cend(), [&](const CollectionRecord& record) {
+        return equalsIgnoringCase(record.collection, name);
+    });
+    if (held > 0) {
+        return QStringLiteral("%1 holds %2 %3; delete them first.")
+            .arg(name)
+            .arg(held)
+            .arg(held == 1 ? QStringLiteral("record") : QStringLiteral("records"));
+    }
+    return std::nullopt;
+}
+
+bool addCustomCategory(QStringList& customCategories, const QString& name)
+{
+    const QString category = name.trimmed();
+    if (category.isEmpty() || allCollectionCategories(customCategories).contains(category, Qt::CaseInsensitive)) {
+        return false;
+    }
+    customCategories.append(category);
+    return true;
+}
+
+bool assignCollectionCategory(QList<CollectionDefinition>& definitions, const QString& name, const QString& category,
+                              const QDateTime& now)
+{
+    if (builtInCollections().contains(name, Qt::CaseInsensitive) || category.trimmed().isEmpty()) {
+        return false;
+    }
+    for (CollectionDefinition& definition : definitions) {
+        if (equalsIgnoringCase(definition.name, name)) {
+            if (definition.category == category) {
+                return false;
+            }
+            definition.category = category;
+            definition.updatedAt = now;
+            return true;
+        }
+    }
+    CollectionDefinition definition = CollectionDefinition::emptyFor(name, now);
+    definition.category = category;
+    definitions.append(definition);
+    return true;
+}
+
+CollectionDefinitionEditor definitionEditorFor(const CollectionDefinition& definition)
+{
+    CollectionDefinitionEditor editor;
+    editor.id = definition.id;
+    editor.name = definition.name;
+    editor.description = definition.description;
+    QStringList fieldNames;
+    for (const CollectionFieldDefinition& field : definition.fields) {
+        fieldNames.append(field.name);
+    }
+    editor.fieldsText = fieldNames.join(QStringLiteral(", "));
+    editor.category = definition.category.value_or(collectionCategory(definition.name, &definition));
+    return editor;
+}
+
+QHash<QString, CollectionItemCounts> countCollectionItems(const QStringList& collections, const QList<Clip>& clips,
+                                                          const QList<CollectionRecord>& records)
+{
+    QHash<QString, CollectionItemCounts> counts;
+    for (const QString& name : collections) {
+        counts.insert(name.toLower(), {});
+    }
+    for (const Clip& clip : clips) {
+        // allGroups already names each collection once, whatever its case.
+        for (const QString& group : clip.allGroups()) {
+            const auto it = counts.find(group.toLower());
+            if (it != counts.end()) {
+                ++it->shortcuts;
+            }
+        }
+    }
+    for (const CollectionRecord& record : records) {
+        const auto it = counts.find(record.collection.toLower());
+        if (it != counts.end()) {
+            ++it->records;
+        }
+    }
+    return counts;
 }
 
 } // namespace tavo

@@ -49,6 +49,10 @@ inline const QString collectionRenameNote =
 std::optional<QString> validateCollectionRename(const QString& newName, const QString& currentName,
                                                 const QStringList& collections);
 
+// The refusal of a new collection's name, as the definition editor and the collection manager
+// give it: a blank name, or one that is already a collection in any case.
+std::optional<QString> validateNewCollectionName(const QString& name, const QStringList& collections);
+
 // For the collection list and the hidden list alike.
 bool renameCollectionInNames(QStringList& names, const QString& from, const QString& to);
 bool renameCollectionInClips(QList<Clip>& clips, const QString& from, const QString& to);
@@ -185,7 +189,20 @@ struct CollectionDefinitionEditor
 
     // The categories a user may choose: every one but "System generated".
     static QStringList categoryChoices(const QStringList& customCategories);
+    // The choice a typed category names, ignoring case, in its listed spelling; nothing when it
+    // names none of them.
+    static std::optional<QString> categoryChoice(const QString& text, const QStringList& customCategories);
 };
+
+// Adding and removing collections
+
+// A new collection: its name at the end of `names`, and its definition in place of any that a
+// former collection of that name left behind.
+void addCollection(QStringList& names, QList<CollectionDefinition>& definitions,
+                   const CollectionDefinition& definition);
+// Takes a removable collection out of the names, the hidden set and the definitions.
+void removeCollection(QStringList& names, QStringList& hidden, QList<CollectionDefinition>& definitions,
+                      const QString& name);
 
 inline const QString openExistingInBuilderText = QStringLiteral("Open existing in Builder");
 inline const QString openExistingCollectionText = QStringLiteral("Open existing collection");
@@ -243,5 +260,40 @@ QString repeatsText(const DuplicateShortcutGroup& group);
 QString occurrencesText(const DuplicateShortcutGroup& group);
 QString identicalCollectionsTitle(qsizetype groupCount);
 QString matchingItemsText(const DuplicateCollectionGroup& group);
+
+// Collection manager and category manager
+
+// Why `name` cannot leave the collection list: it is built in, shortcuts use it, or records are
+// kept in it. Nothing when it may go.
+std::optional<QString> collectionRemovalRefusal(const QString& name, const QList<Clip>& clips,
+                                                const QList<CollectionRecord>& records);
+
+// Appends the trimmed `name` unless it is blank or already a category, built in or custom, in
+// any case. Gives whether the list changed.
+bool addCustomCategory(QStringList& customCategories, const QString& name);
+
+// Stores the category a user chose for a collection, with `updatedAt`; a collection without a
+// definition gets one. Built-in collections stay locked in "System generated", and an unchanged
+// category changes nothing. Gives whether anything changed.
+bool assignCollectionCategory(QList<CollectionDefinition>& definitions, const QString& name, const QString& category,
+                              const QDateTime& now = QDateTime::currentDateTimeUtc());
+
+// The definition editor filled from a stored definition, for editing it.
+CollectionDefinitionEditor definitionEditorFor(const CollectionDefinition& definition);
+
+struct CollectionItemCounts
+{
+    qsizetype shortcuts = 0;
+    qsizetype records = 0;
+
+    bool operator==(const CollectionItemCounts&) const = default;
+};
+
+// How many shortcuts (by any of their collections) and records each name holds, ignoring case;
+// keyed by the lower-cased name. One pass over each list, so it serves a library of any size.
+QHash<QString, CollectionItemCounts> countCollectionItems(const QStringList& collections, const QList<Clip>& clips,
+                                                          const QList<CollectionRecord>& records);
+
+inline const QString deleteRecordQuestion = QStringLiteral("Delete record?");
 
 } // namespace tavo

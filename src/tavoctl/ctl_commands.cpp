@@ -1,4 +1,5 @@
 #include "tavoctl/ctl_commands.h"
+#include "tavoctl/ctl_options.h"
 
 #include "language/math_expression.h"
 
@@ -19,18 +20,34 @@ Commands:
   list [--collection NAME] [--json]
                                List the signed-in user's shortcuts.
   add KEY TEXT [--collection NAME] [--name NAME]
-                               Save a text shortcut.
+                               Save a text shortcut; says so when the key exists already.
   expand TRIGGER               Print what typing TRIGGER and a space would do, touching no window.
+  collection list [--json]     List the collections: category, shortcuts, records, hidden.
+  collection add NAME [--fields "A, B"] [--category C] [--description D]
+                               Create a collection whose records have these fields.
+  collection rename FROM TO    Rename a collection wherever it is named.
+  collection hide|show NAME    Hide a collection from lists and typing, or show it again.
+  collection remove NAME       Remove a collection of your own that holds nothing.
+  record add COLLECTION --name N --alias A [--value FIELD=VALUE]...
+                               Save a record, creating its collection when needed.
+  record list [COLLECTION] [--json]
+                               List the records.
+  record remove COLLECTION ALIAS
+                               Delete a record.
+  duplicates                   Show repeated shortcuts and collections with identical contents.
+  stats [--json]               Show the signed-in account's scorecard.
   help                         Show this help.
+
+Options take their value as the next argument or after "=", and "--" ends the options.
 )";
 
 int calc(const QStringList& arguments, QTextStream& out, QTextStream& err)
 {
-    if (arguments.size() != 1) {
-        err << "Usage: tavoctl calc EXPRESSION\n";
-        return 2;
+    CommandLine line(QStringLiteral("calc EXPRESSION"), {}, 1, 1);
+    if (const std::optional<int> status = line.parse(arguments, out, err)) {
+        return *status;
     }
-    const QString& expression = arguments.first();
+    const QString& expression = line.positional().first();
     const std::optional<double> value = MathExpression::evaluate(expression);
     if (!value) {
         err << "Not a calculation Tavo can evaluate: " << expression << '\n';
@@ -68,6 +85,18 @@ int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextSt
     }
     if (command == QLatin1String("expand")) {
         return expand(rest, out, err);
+    }
+    if (command == QLatin1String("collection")) {
+        return collection(rest, out, err);
+    }
+    if (command == QLatin1String("record")) {
+        return record(rest, out, err);
+    }
+    if (command == QLatin1String("duplicates")) {
+        return duplicates(rest, out, err);
+    }
+    if (command == QLatin1String("stats")) {
+        return stats(rest, out, err);
     }
     err << "tavoctl: unknown command '" << command << "'\n" << usage;
     return 2;

@@ -10,10 +10,15 @@ namespace tavo::ctl {
 // can be driven in-process.
 int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err);
 
-// The commands over the signed-in user's profile and the local accounts.
+// The commands over the signed-in user's profile and the local accounts; each reads its
+// arguments through one CommandLine (ctl_options.h).
 int account(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err);
 int list(const QStringList& arguments, QTextStream& out, QTextStream& err);
 int add(const QStringList& arguments, QTextStream& out, QTextStream& err);
 int expand(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int collection(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int record(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int duplicates(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int stats(const QStringList& arguments, QTextStream& out, QTextStream& err);
 
 } // namespace tavo::ctl

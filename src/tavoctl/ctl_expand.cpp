@@ -1,4 +1,6 @@
 #include "tavoctl/ctl_commands.h"
+#include "tavoctl/ctl_options.h"
+#include "tavoctl/ctl_profile.h"
 
 #include "engine/clipboard_preparation.h"
 #include "engine/expansion_plan.h"
@@ -56,11 +58,14 @@ QStringList mediaOf(const QMimeData* content, const Clip& clip)
 
 int expand(const QStringList& arguments, QTextStream& out, QTextStream& err)
 {
-    if (arguments.size() != 1 || arguments.first().trimmed().isEmpty()) {
-        err << "Usage: tavoctl expand TRIGGER\n";
-        return 2;
+    CommandLine line(QStringLiteral("expand TRIGGER"), {}, 1, 1);
+    if (const std::optional<int> status = line.parse(arguments, out, err)) {
+        return *status;
     }
-    QString trigger = arguments.first().trimmed();
+    QString trigger = line.positional().first().trimmed();
+    if (trigger.isEmpty()) {
+        return line.usageError({}, err);
+    }
     if (!trigger.startsWith(u'\\') && !trigger.startsWith(u'/')) {
         trigger.prepend(u'\\');
     }
@@ -68,9 +73,11 @@ int expand(const QStringList& arguments, QTextStream& out, QTextStream& err)
     Defaults defaults;
     TavoAccountStore accounts(defaults);
     if (!accounts.isAuthenticated()) {
-        err << "Sign in to Tavo first.\n";
+        err << signInFirst << '\n';
         return 1;
     }
+    // The typing rule, through the one decision procedure: a record or shortcut whose
+    // collections are all hidden does not expand unless hidden collections are shown.
     DB db(defaults, QString(), DB::Access::ReadOnly);
     db.activateProfile(accounts.currentUsername());
 
@@ -88,7 +95,7 @@ int expand(const QStringList& arguments, QTextStream& out, QTextStream& err)
     sources.pasteboard = &pasteboard;
     switch (plan.kind) {
     case ExpansionPlan::Kind::NotSignedIn:
-        err << "Sign in to Tavo first.\n";
+        err << signInFirst << '\n';
         return 1;
     case ExpansionPlan::Kind::NoMatch:
         err << "No shortcut matches " << trigger << ".\n";

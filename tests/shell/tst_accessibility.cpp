@@ -1,6 +1,8 @@
 #include "picker/picker_panel.h"
 #include "platform/secret/libsecret_store.h"
 #include "shell/bulk_rename_sheet.h"
+#include "shell/collection_library_page.h"
+#include "shell/collection_sheets.h"
 #include "shell/main_window.h"
 #include "shell/shortcut_editor.h"
 #include "shell/ui/design.h"
@@ -129,6 +131,12 @@ void TestAccessibility::everyControlHasAName_data()
     QTest::newRow("side menu hidden") << QStringLiteral("menu hidden");
     QTest::newRow("shortcut editor") << QStringLiteral("editor");
     QTest::newRow("bulk rename sheet") << QStringLiteral("bulk rename");
+    QTest::newRow("collections showing records") << QStringLiteral("records");
+    QTest::newRow("new collection sheet") << QStringLiteral("definition");
+    QTest::newRow("record sheet") << QStringLiteral("record");
+    QTest::newRow("collection rename sheet") << QStringLiteral("rename");
+    QTest::newRow("category manager") << QStringLiteral("categories");
+    QTest::newRow("collection manager") << QStringLiteral("manager");
     QTest::newRow("picker with rows") << QStringLiteral("picker");
     QTest::newRow("picker with nothing to show") << QStringLiteral("empty picker");
 }
@@ -160,6 +168,21 @@ void TestAccessibility::everyControlHasAName()
     } else if (screen == QLatin1String("editor")) {
         root = std::make_unique<ShortcutEditor>(db, db.clips().first(), QString());
         root->show();
+    } else if (screen == QLatin1String("definition")) {
+        root = std::make_unique<CollectionDefinitionSheet>(db);
+        root->show();
+    } else if (screen == QLatin1String("record")) {
+        root = std::make_unique<CollectionRecordSheet>(db, QStringLiteral("Personal"));
+        root->show();
+    } else if (screen == QLatin1String("rename")) {
+        root = std::make_unique<CollectionRenameSheet>(db, QStringLiteral("Personal"));
+        root->show();
+    } else if (screen == QLatin1String("categories")) {
+        root = std::make_unique<CollectionCategorySheet>(db);
+        root->show();
+    } else if (screen == QLatin1String("manager")) {
+        root = std::make_unique<CollectionManagerSheet>(db);
+        root->show();
     } else if (screen == QLatin1String("bulk rename")) {
         QStringList keys;
         for (const Clip& clip : db.clips()) {
@@ -177,6 +200,10 @@ void TestAccessibility::everyControlHasAName()
             if (auto* search = window->findChild<QLineEdit*>(QStringLiteral("searchShortcuts"))) {
                 QTest::keyClicks(search, QStringLiteral("nothing like this"));
             }
+        } else if (screen == QLatin1String("records")) {
+            window->setSection(QStringLiteral("Collections"));
+            window->collections()->selectCollection(QStringLiteral("Personal"));
+            window->collections()->setMode(CollectionLibraryPage::Mode::Records);
         } else if (screen == QLatin1String("icons only")) {
             window->setSidebarCollapsed(true);
         } else if (screen == QLatin1String("menu hidden")) {
