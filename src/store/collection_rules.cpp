@@ -387,7 +387,8 @@ std::optional<QHash<QUuid, RenamedShortcut>> BulkShortcutRename::apply(const QLi
         if (changesCodes()) {
             const CodeParts parts = renamedCodeParts(*this, clip);
             renamed.key = (u'/' + parts.code + parts.suffix).toLower();
-            if (parts.code.isEmpty() || longerThan(renamed.key, maximumCodeLength)) {
+            // The code a person typed counts, between the slash and the file-type suffix.
+            if (parts.code.isEmpty() || longerThan(parts.code, maximumCodeLength)) {
                 error = QStringLiteral("A resulting shortcut code is empty or longer than 48 characters. Shorten the "
                                        "added text and try again.");
                 return std::nullopt;

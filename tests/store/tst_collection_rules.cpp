@@ -214,14 +214,14 @@ void TestCollectionRules::applyRefuses_data()
     QTest::addColumn<QString>("error"); // empty when accepted
     const Target codes = Target::Codes;
     const QStringList none;
-    // "/" + 43 + ".web" is 48 characters.
+    // The code between the slash and the suffix counts: "abc" + 45 is 48, the slash and ".web" aside.
     QTest::newRow("48 characters allowed")
-        << codes << Mode::AddSuffix << QString(40, u'x') << strings({"/abc.web"}) << none << QString();
+        << codes << Mode::AddSuffix << QString(45, u'x') << strings({"/abc.web"}) << none << QString();
     QTest::newRow("49 characters refused")
-        << codes << Mode::AddSuffix << QString(41, u'x') << strings({"/abc.web"}) << none << tooLongOrEmpty;
+        << codes << Mode::AddSuffix << QString(46, u'x') << strings({"/abc.web"}) << none << tooLongOrEmpty;
     // 48 characters, though 95 UTF-16 units.
     QTest::newRow("characters counted, not units")
-        << codes << Mode::AddSuffix << u"😀"_s.repeated(46) << strings({"/a"}) << none << QString();
+        << codes << Mode::AddSuffix << u"😀"_s.repeated(47) << strings({"/a"}) << none << QString();
     QTest::newRow("nothing left of the code")
         << codes << Mode::ReplacePrefix << u"abc"_s << strings({"/abc.web"}) << none << tooLongOrEmpty;
     // Lowercase makes these codes alike.
