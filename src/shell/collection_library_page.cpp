@@ -301,20 +301,23 @@ CollectionLibraryPage::CollectionLibraryPage(DB& db, QWidget* parent)
     rightLayout->addWidget(m_content, 1);
 
     auto* duplicates = new QWidget(this);
-    auto* duplicatesLayout = new QHBoxLayout(duplicates);
+    // One above the other: each panel has the page's width for its lines.
+    auto* duplicatesLayout = new QVBoxLayout(duplicates);
     duplicatesLayout->setContentsMargins(0, 0, 0, 0);
     duplicatesLayout->setSpacing(design::step(this, 2));
+    duplicatesLayout->addStretch(); // the panels go above it
     auto* duplicatesScroll = new QScrollArea(this);
     duplicatesScroll->setObjectName(QStringLiteral("duplicates"));
     duplicatesScroll->setAccessibleName(QStringLiteral("Duplicates"));
     duplicatesScroll->setWidget(duplicates);
     duplicatesScroll->setWidgetResizable(true);
     duplicatesScroll->setFrameShape(QFrame::NoFrame);
+    duplicatesScroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
 
     auto* rightSplit = new QSplitter(Qt::Vertical, this);
     rightSplit->addWidget(right);
     rightSplit->addWidget(duplicatesScroll);
-    rightSplit->setStretchFactor(0, 3);
+    rightSplit->setStretchFactor(0, 2);
     rightSplit->setStretchFactor(1, 1);
     rightSplit->setChildrenCollapsible(false);
     auto* split = new QSplitter(Qt::Horizontal, this);
@@ -640,7 +643,7 @@ void CollectionLibraryPage::showDuplicates()
     if (!area) {
         return; // still being built
     }
-    auto* layout = static_cast<QHBoxLayout*>(area->widget()->layout());
+    auto* layout = static_cast<QVBoxLayout*>(area->widget()->layout());
     // A card's title carries its count, so each load builds the two cards afresh.
     delete m_repeatedCard;
     delete m_identicalCard;
@@ -692,8 +695,8 @@ void CollectionLibraryPage::showDuplicates()
         m_identicalCard->body()->addWidget(
             new QLabel(QStringLiteral("%1 more not shown.").arg(m_duplicateCollections.size() - shownDuplicateGroups)));
     }
-    layout->addWidget(m_repeatedCard, 1, Qt::AlignTop);
-    layout->addWidget(m_identicalCard, 1, Qt::AlignTop);
+    layout->insertWidget(0, m_repeatedCard);
+    layout->insertWidget(1, m_identicalCard);
 }
 
 void CollectionLibraryPage::updateActions()

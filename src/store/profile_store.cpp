@@ -643,6 +643,11 @@ void DB::reloadFromDisk()
         }
     }
     m_defaults.reload();
+    takeCollectionSettings();
+}
+
+void DB::takeCollectionSettings()
+{
     const QStringList names = m_defaults.stringList(m_collectionDefaultsKey).value_or(m_collections);
     if (names != m_collections) {
         m_collections = names;
@@ -668,6 +673,9 @@ void DB::watchForChanges()
     settle->setInterval(150);
     connect(m_watcher, &QFileSystemWatcher::directoryChanged, settle, qOverload<>(&QTimer::start));
     connect(settle, &QTimer::timeout, this, &DB::reloadFromDisk);
+    // The collection names and the hidden set live in the settings: a change there alone (another
+    // process hiding a collection) reaches the library too.
+    connect(&m_defaults, &Defaults::valuesChanged, this, &DB::takeCollectionSettings);
 }
 
 } // namespace tavo

@@ -116,6 +116,8 @@ private:
     QString filePath(const QString& name) const;
     QString profileFolder(const QString& slug) const;
     void writeCollectionList();
+    // Takes the collection names and the hidden set as the settings hold them now.
+    void takeCollectionSettings();
     bool rootClaimedAlready(const QString& ownSlug) const;
     std::optional<QList<Clip>> migrateEmailProfile(const QString& profileFolder, const QString& legacyEmail,
                                                    const QString& slug);

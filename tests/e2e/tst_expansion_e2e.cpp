@@ -66,6 +66,7 @@ private slots:
     void expansions();
     void returnEndsATriggerOnce();
     void aShortcutAddedWhileRunningExpandsAtOnce();
+    void aRecordFollowsItsCollectionBeingHiddenAndShown();
     void fastTypingLosesNothing();
     void keysWhileTracking_data();
     void keysWhileTracking();
@@ -84,7 +85,7 @@ private:
     static void steps(const QStringList& steps);
     static void setLayout(const QStringList& arguments);
     QString typedText() const { return m_editor->toPlainText(); }
-    int pickerResults(const QString& query) const;
+    int pickerResults(const QString& query, qsizetype logFrom = 0) const;
 
     e2e::TavoRun m_tavoRun;
     QProcess& m_tavo = m_tavoRun.process;
@@ -215,6 +216,47 @@ void TestExpansionEndToEnd::aShortcutAddedWhileRunningExpandsAtOnce()
     QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("1 Main Street "), 5000);
 }
 
+void TestExpansionEndToEnd::aRecordFollowsItsCollectionBeingHiddenAndShown()
+{
+    // tavoctl is a second process on the same files, as the Collections screen is on the same
+    // store rules: the running application follows each change with no restart.
+    const QString alias = QStringLiteral("zorbix");
+    const QString typed = u'\\' + alias;
+    const QString expanded = QStringLiteral("Zorbix Supply\nPhone: 555 0100 ");
+    // Types the alias with the picker open, waits for the picker's rows for it to settle at
+    // `rows` (a change on disk restarts an open picker), then ends the trigger with a space.
+    const auto typeAliasExpecting = [&](int rows, const QString& result) {
+        m_editor->clear();
+        const qsizetype logFrom = m_tavoLog.size();
+        type(typed);
+        QTRY_COMPARE_WITH_TIMEOUT(typedText(), typed, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(pickerResults(alias, logFrom), rows, 10000);
+        type(QStringLiteral(" "));
+        QTRY_COMPARE_WITH_TIMEOUT(typedText(), result, 5000);
+        QTest::qWait(200); // nothing arrives late
+        QCOMPARE(typedText(), result);
+    };
+
+    QCOMPARE(tavoctl(words({"record", "add", "Suppliers", "--name", "Zorbix Supply", "--alias", "zorbix", "--value",
+                            "Phone=555 0100"})),
+             0);
+    typeAliasExpecting(1, expanded);
+    if (QTest::currentTestFailed()) {
+        return;
+    }
+
+    // Hidden: neither the picker nor typing reaches it; the typed key stays, with its space.
+    QCOMPARE(tavoctl(words({"collection", "hide", "Suppliers"})), 0);
+    typeAliasExpecting(0, typed + u' ');
+    if (QTest::currentTestFailed()) {
+        return;
+    }
+
+    // Shown again: both have it back.
+    QCOMPARE(tavoctl(words({"collection", "show", "Suppliers"})), 0);
+    typeAliasExpecting(1, expanded);
+}
+
 void TestExpansionEndToEnd::fastTypingLosesNothing()
 {
     // About 170 characters a second: what follows the key is held until the paste has landed.
@@ -341,13 +383,13 @@ void TestExpansionEndToEnd::aSecondStartLeavesTheFirstInCharge()
     QCOMPARE(m_tavo.state(), QProcess::Running);
 }
 
-// How many rows the picker's finished search for `query` showed, from Tavo's log; -1 before it
-// has.
-int TestExpansionEndToEnd::pickerResults(const QString& query) const
+// How many rows the picker's last finished search for `query` showed, from Tavo's log after
+// `logFrom`; -1 before it has.
+int TestExpansionEndToEnd::pickerResults(const QString& query, qsizetype logFrom) const
 {
     static const QRegularExpression line(QStringLiteral("picker shows (\\d+) results for \"([^\"]*)\""));
     int count = -1;
-    for (auto match = line.globalMatch(QString::fromUtf8(m_tavoLog)); match.hasNext();) {
+    for (auto match = line.globalMatch(QString::fromUtf8(m_tavoLog.mid(logFrom))); match.hasNext();) {
         const QRegularExpressionMatch each = match.next();
         if (each.captured(2) == query) {
             count = each.captured(1).toInt();

@@ -337,6 +337,15 @@ void TestProfileStore::watcherFollowsAnotherWriter()
     QTRY_COMPARE(app.clips().size(), 5);
     QCOMPARE(app.clips().last().key, u"/new"_s);
     QVERIFY(changed.count() >= 1);
+
+    // A collection hidden by a change of the settings alone, no profile file touched.
+    m_defaults->watchForChanges();
+    QSignalSpy hiddenChanged(&app, &DB::hiddenCollectionsChanged);
+    QTest::qWait(20);
+    Defaults(m_defaults->filePath())
+        .setStringList(u"tavoHiddenCollections."_s + tavoProfileSlug(u"sam"_s), {u"Work"_s});
+    QTRY_VERIFY(app.isCollectionHidden(u"work"_s));
+    QCOMPARE(hiddenChanged.count(), 1);
 }
 
 void TestProfileStore::aSaveAnnouncesWhatItMergedIn()
