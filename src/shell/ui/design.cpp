@@ -187,6 +187,19 @@ public:
                        const QWidget* widget) const override
     {
         QProxyStyle::drawPrimitive(element, option, painter, widget);
+        if (element == PE_PanelButtonCommand && option->state.testFlag(State_On) && isDark(option->palette)) {
+            // A pressed toggle (Shortcuts / Records) is barely darker than a raised one on a dark
+            // window: a tint of the selection colour tells them apart.
+            QColor tint = option->palette.color(QPalette::Highlight);
+            tint.setAlphaF(0.35f);
+            painter->save();
+            painter->setRenderHint(QPainter::Antialiasing);
+            painter->setPen(Qt::NoPen);
+            painter->setBrush(tint);
+            painter->drawRoundedRect(QRectF(option->rect).adjusted(1, 1, -1, -1), 2, 2);
+            painter->restore();
+            return;
+        }
         const bool box = element == PE_IndicatorCheckBox || element == PE_IndicatorItemViewItemCheck;
         if ((box || element == PE_IndicatorRadioButton) && isDark(option->palette)) {
             painter->save();
