@@ -2,6 +2,7 @@
 
 #include "engine/rich_text.h"
 #include "platform/pasteboard.h"
+#include "platform/zip/zip_writer.h"
 #include "store/profile_store.h"
 
 #include <QCoreApplication>
@@ -28,8 +29,6 @@
 #include <QTimer>
 #include <QUrl>
 #include <QUuid>
-
-#include <zip.h>
 
 #include <algorithm>
 
@@ -181,46 +180,21 @@ QString uniqueEntryName(const QString& path, QSet<QString>& used)
 }
 
 // A zip whose entries sit under one top folder, so unpacking it makes one folder and not a
-// scattering of files. Built under a hidden name and renamed when complete, so a failed run
+// scattering of files. The writer renames it into place only when complete, so a failed run
 // leaves no half archive among the attachments.
 std::optional<QString> writeArchive(const QStringList& paths, const QString& topFolder, const QString& target)
 {
-    const QString partial = QFileInfo(target).absolutePath() + QStringLiteral("/.") + QFileInfo(target).fileName() +
-                            QStringLiteral(".part");
-    int openError = 0;
-    zip_t* archive = zip_open(QFile::encodeName(partial).constData(), ZIP_CREATE | ZIP_TRUNCATE, &openError);
-    if (!archive) {
-        qCWarning(lcClipboard) << "cannot create the batch archive, libzip error" << openError;
-        return std::nullopt;
-    }
-    const auto fail = [&](const char* step) -> std::optional<QString> {
-        qCWarning(lcClipboard) << "cannot" << step << "the batch archive:" << zip_strerror(archive);
-        zip_discard(archive);
-        QFile::remove(partial);
-        return std::nullopt;
-    };
-    const QByteArray top = topFolder.toUtf8();
-    if (zip_dir_add(archive, top.constData(), ZIP_FL_ENC_UTF_8) < 0) {
-        return fail("start");
-    }
+    ZipWriter writer(target);
+    std::optional<TavoError> error = writer.addFolder(topFolder);
     QSet<QString> used;
-    for (const QString& path : paths) {
-        zip_source_t* source = zip_source_file(archive, QFile::encodeName(path).constData(), 0, -1);
-        if (!source) {
-            return fail("read a file for");
-        }
-        const QByteArray entry = top + '/' + uniqueEntryName(path, used).toUtf8();
-        if (zip_file_add(archive, entry.constData(), source, ZIP_FL_ENC_UTF_8) < 0) {
-            zip_source_free(source);
-            return fail("add a file to");
-        }
+    for (qsizetype i = 0; !error && i < paths.size(); ++i) {
+        error = writer.addFile(paths[i], topFolder + u'/' + uniqueEntryName(paths[i], used));
     }
-    if (zip_close(archive) < 0) {
-        return fail("write");
+    if (!error) {
+        error = writer.commit();
     }
-    if (!QFile::rename(partial, target)) {
-        qCWarning(lcClipboard) << "cannot move the batch archive into place";
-        QFile::remove(partial);
+    if (error) {
+        qCWarning(lcClipboard) << "cannot write the batch archive:" << error->description;
         return std::nullopt;
     }
     return target;
