@@ -306,7 +306,7 @@ std::unique_ptr<QMimeData> clipboardContent(const ClipboardRequest& request, con
         if (!request.style.isEmpty()) {
             const double size = request.style.size.value_or(systemFontPointSize());
             data->setHtml(styledHtml(text, request.style, size));
-            data->setData(rtfMimeType, styledRtf(text, request.style, systemFontFamily(), size));
+            data->setData(rtfMimeType, rtfFromStyledText(styledRuns(text, request.style, systemFontFamily(), size)));
         } else if (request.tabularRows) {
             data->setData(tabularMimeType, text.toUtf8());
             data->setHtml(htmlTable(*request.tabularRows));

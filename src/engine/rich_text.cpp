@@ -22,41 +22,6 @@ QString pointText(double points)
     return QString::number(points, 'g', 6);
 }
 
-void appendRtfText(QByteArray& out, const QString& text)
-{
-    for (const QChar c : text) {
-        const char16_t unit = c.unicode();
-        switch (unit) {
-        case u'\\':
-            out += "\\\\";
-            break;
-        case u'{':
-            out += "\\{";
-            break;
-        case u'}':
-            out += "\\}";
-            break;
-        case u'\n':
-            out += "\\par ";
-            break;
-        case u'\t':
-            out += "\\tab ";
-            break;
-        default:
-            if (unit < 0x20) {
-                break; // other control characters have no meaning in a paragraph
-            }
-            if (unit < 0x80) {
-                out += char(unit);
-                break;
-            }
-            // RTF reads the number as a signed 16-bit value; each half of a surrogate pair goes
-            // on its own, as word processors write them.
-            out += "\\u" + QByteArray::number(unit > 0x7fff ? int(unit) - 0x10000 : int(unit)) + '?';
-        }
-    }
-}
-
 } // namespace
 
 QString systemFontFamily()
@@ -120,26 +85,17 @@ QString styledHtml(const QString& text, const ShortcutTextStyle& style, double p
     return QStringLiteral("<span style=\"") + css + QStringLiteral("\">") + body + QStringLiteral("</span>");
 }
 
-QByteArray styledRtf(const QString& text, const ShortcutTextStyle& style, const QString& family, double pointSize)
+StyledText styledRuns(const QString& text, const ShortcutTextStyle& style, const QString& family, double pointSize)
 {
-    QString fontName = family;
-    fontName.remove(u';'); // ends the name in the font table
-    QByteArray rtf = "{\\rtf1\\ansi\\deff0\\uc1{\\fonttbl{\\f0\\fswiss ";
-    appendRtfText(rtf, fontName);
-    rtf += ";}}\n\\f0\\fs" + QByteArray::number(qRound(pointSize * 2));
-    if (style.bold) {
-        rtf += "\\b";
-    }
-    if (style.italic) {
-        rtf += "\\i";
-    }
-    if (style.underline) {
-        rtf += "\\ul";
-    }
-    rtf += ' ';
-    appendRtfText(rtf, withNewlines(text));
-    rtf += "}";
-    return rtf;
+    RunStyle runStyle;
+    runStyle.bold = style.bold;
+    runStyle.italic = style.italic;
+    runStyle.underline = style.underline;
+    runStyle.pointSize = pointSize;
+    StyledText styled;
+    styled.defaultFamily = family;
+    appendRun(styled.runs, withNewlines(text), runStyle);
+    return styled;
 }
 
 } // namespace tavo

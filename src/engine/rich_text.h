@@ -1,5 +1,6 @@
 #pragma once
 
+#include "language/rtf.h"
 #include "language/triggers.h"
 
 #include <QByteArray>
@@ -22,8 +23,7 @@ QString htmlTable(const QStringList& rows);
 // Text pasted with a style: a span whose CSS carries the weight, slant, underline and size.
 QString styledHtml(const QString& text, const ShortcutTextStyle& style, double pointSize);
 
-// The same as a minimal RTF 1 document in one font. Only ASCII is written: everything beyond
-// it as \uN? escapes, so no code page is involved.
-QByteArray styledRtf(const QString& text, const ShortcutTextStyle& style, const QString& family, double pointSize);
+// The same as one styled run, for the project's RTF writer (language/rtf.h).
+StyledText styledRuns(const QString& text, const ShortcutTextStyle& style, const QString& family, double pointSize);
 
 } // namespace tavo

@@ -14,6 +14,8 @@ namespace tavo {
 
 namespace {
 
+const QString bytesTag = QStringLiteral("$bytes");
+
 // Long enough for a slow disk, short enough that a crashed writer's lock never blocks a user.
 constexpr int lockTimeoutMs = 5000;
 
@@ -100,6 +102,40 @@ std::optional<QStringList> Defaults::stringList(const QString& key) const
     return list;
 }
 
+std::optional<QByteArray> Defaults::bytes(const QString& key) const
+{
+    const QJsonValue v = m_values.value(key);
+    if (!v.isObject()) {
+        return std::nullopt;
+    }
+    const QJsonObject object = v.toObject();
+    const QJsonValue encoded = object.value(bytesTag);
+    if (object.size() != 1 || !encoded.isString()) {
+        return std::nullopt;
+    }
+    auto decoded =
+        QByteArray::fromBase64Encoding(encoded.toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+    return decoded ? std::optional<QByteArray>(*decoded) : std::nullopt;
+}
+
+QJsonValue Defaults::bytesValue(const QByteArray& bytes)
+{
+    return QJsonObject{{bytesTag, QString::fromLatin1(bytes.toBase64())}};
+}
+
+void Defaults::setValues(const QList<QPair<QString, QJsonValue>>& values)
+{
+    updateAll([&](QJsonObject& all) {
+        for (const auto& [key, value] : values) {
+            if (value.isUndefined()) {
+                all.remove(key);
+            } else {
+                all.insert(key, value);
+            }
+        }
+    });
+}
+
 void Defaults::setValue(const QString& key, const QJsonValue& value)
 {
     if (value.isUndefined()) {
@@ -136,6 +172,20 @@ double Defaults::addToNumber(const QString& key, double amount)
 QJsonValue Defaults::update(const QString& key,
                             const std::function<std::optional<QJsonValue>(const QJsonValue&)>& change)
 {
+    std::optional<QJsonValue> value;
+    updateAll([&](QJsonObject& all) {
+        value = change(all.value(key));
+        if (value) {
+            all.insert(key, *value);
+        } else {
+            all.remove(key);
+        }
+    });
+    return value.value_or(QJsonValue());
+}
+
+void Defaults::updateAll(const std::function<void(QJsonObject&)>& change)
+{
     QDir().mkpath(QFileInfo(m_filePath).absolutePath());
     QLockFile lock(lockPathFor(m_filePath));
     lock.setStaleLockTime(lockTimeoutMs * 2);
@@ -149,18 +199,12 @@ QJsonValue Defaults::update(const QString& key,
         m_lostUnreadableFile = true;
         keepUnreadableAside(m_filePath);
     }
-    const std::optional<QJsonValue> value = change(m_values.value(key));
-    if (value) {
-        m_values.insert(key, *value);
-    } else {
-        m_values.remove(key);
-    }
+    change(m_values);
     writeJsonAtomically(m_filePath, QJsonDocument(m_values));
     if (locked) {
         lock.unlock();
     }
     emit valuesChanged();
-    return value.value_or(QJsonValue());
 }
 
 void Defaults::reload()

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QObject>
 #include <QString>
 #include <QStringList>
+
+#include <QList>
+#include <QPair>
 
 #include <functional>
 #include <optional>
@@ -40,6 +44,10 @@ public:
     std::optional<bool> boolean(const QString& key) const;
     std::optional<double> number(const QString& key) const;
     std::optional<QStringList> stringList(const QString& key) const;
+    // Bytes live in the file as {"$bytes": "<base64>"}: an object of that one key keeps them apart
+    // from a text, so a string that happens to be valid base64 is never read as bytes.
+    std::optional<QByteArray> bytes(const QString& key) const;
+    static QJsonValue bytesValue(const QByteArray& bytes);
 
     bool flag(const QString& key) const { return boolean(key).value_or(false); }
 
@@ -48,6 +56,10 @@ public:
     void setBoolean(const QString& key, bool value) { setValue(key, value); }
     void setNumber(const QString& key, double value) { setValue(key, value); }
     void setStringList(const QString& key, const QStringList& value);
+    void setBytes(const QString& key, const QByteArray& value) { setValue(key, bytesValue(value)); }
+    // Several keys under one lock, with one write and one valuesChanged, so a reader never sees
+    // half of a set that belongs together. An undefined value removes its key.
+    void setValues(const QList<QPair<QString, QJsonValue>>& values);
     void remove(const QString& key);
     // Adds to the number under `key` (absent or not a number: 0) in one locked read-change-write,
     // so two processes counting at once lose nothing. Returns the new value.
@@ -68,6 +80,8 @@ private:
     void write(const QString& key, const std::optional<QJsonValue>& value);
     // Under the file's lock: what is on disk now, then `change` of the key's current value.
     QJsonValue update(const QString& key, const std::function<std::optional<QJsonValue>(const QJsonValue&)>& change);
+    // Under the file's lock: what is on disk now, then `change` of the whole object.
+    void updateAll(const std::function<void(QJsonObject&)>& change);
     QJsonObject readFile();
 
     QString m_filePath;
