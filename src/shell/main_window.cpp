@@ -1,5 +1,6 @@
 #include "shell/main_window.h"
 
+#include "shell/api_configuration_page.h"
 #include "shell/collection_library_page.h"
 #include "shell/dashboard_page.h"
 #include "shell/registration_view.h"
@@ -106,6 +107,8 @@ const QList<SectionLook>& sectionLooks()
          QStringLiteral("Shortcuts that paste images, sound and other files")},
         {{QStringLiteral("Shortcut ideas"), QStringLiteral("help-hint"), QStringLiteral("Library")},
          QStringLiteral("Shortcuts kept in the Ideas collection")},
+        {{QStringLiteral("API configuration"), QStringLiteral("network-server"), QStringLiteral("Setup")},
+         QStringLiteral("One shared model library for AppBuilder and Collection Builder.")},
         {{QStringLiteral("Settings"), QStringLiteral("configure"), QStringLiteral("Setup")},
          QStringLiteral("Your account, keyboard access, start-up and the picker")},
     };
@@ -220,6 +223,8 @@ QWidget* MainWindow::buildWorkspace()
     m_pages->addWidget(m_dashboard);
     m_pages->addWidget(m_list);
     m_pages->addWidget(m_collections);
+    m_apiConfiguration = new ApiConfigurationPage(m_defaults, workspace);
+    m_pages->addWidget(m_apiConfiguration);
     m_pages->addWidget(m_settings);
 
     // Ctrl+1 to Ctrl+9 open the menu's first nine sections; Ctrl+F the page's search.
@@ -265,6 +270,8 @@ void MainWindow::setSection(const QString& section)
         m_pages->setCurrentWidget(m_list);
     } else if (section == QLatin1String("Collections")) {
         m_pages->setCurrentWidget(m_collections);
+    } else if (section == QLatin1String("API configuration")) {
+        m_pages->setCurrentWidget(m_apiConfiguration);
     } else if (section == QLatin1String("Settings")) {
         m_pages->setCurrentWidget(m_settings);
     } else {

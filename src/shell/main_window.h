@@ -11,6 +11,7 @@ class QToolButton;
 
 namespace tavo {
 
+class ApiConfigurationPage;
 class CollectionLibraryPage;
 class DB;
 class DashboardPage;
@@ -48,6 +49,7 @@ public:
     ShortcutListPage* shortcutList() const { return m_list; }
     DashboardPage* dashboard() const { return m_dashboard; }
     CollectionLibraryPage* collections() const { return m_collections; }
+    ApiConfigurationPage* apiConfiguration() const { return m_apiConfiguration; }
     RegistrationView* registration() const { return m_registration; }
 
     // The editor over the window: a shortcut to edit or a draft, or nothing for a new one.
@@ -92,6 +94,7 @@ private:
     ShortcutListPage* m_list = nullptr;
     CollectionLibraryPage* m_collections = nullptr;
     SettingsPage* m_settings = nullptr;
+    ApiConfigurationPage* m_apiConfiguration = nullptr;
     bool m_sidebarCollapsed = false;
     bool m_sidebarHidden = false;
     bool m_painted = false;

@@ -1,6 +1,7 @@
 #include "shell/shortcut_editor.h"
 
 #include "shell/ui/inline_message.h"
+#include "store/attachments.h"
 #include "store/profile_store.h"
 
 #include <QCheckBox>
@@ -30,21 +31,7 @@ namespace {
 constexpr int draftNameLength = 36;
 const QString importedCollection = QStringLiteral("Imported");
 
-QString attachmentName(const QString& fileName)
-{
-    return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + u'-' + fileName;
-}
-
 } // namespace
-
-QString copyIntoAttachments(const QString& source, const QString& attachmentsDir)
-{
-    if (!QDir().mkpath(attachmentsDir)) {
-        return {};
-    }
-    const QString target = QDir(attachmentsDir).filePath(attachmentName(QFileInfo(source).fileName()));
-    return QFile::copy(source, target) ? target : QString();
-}
 
 QString draftKeyForName(const QString& name, const QList<Clip>& clips)
 {
@@ -72,14 +59,14 @@ std::optional<Clip> clipboardDraft(const QMimeData* data, const QList<Clip>& cli
     QStringList files;
     for (const QUrl& url : data->urls()) {
         if (url.isLocalFile()) {
-            if (const QString copy = copyIntoAttachments(url.toLocalFile(), attachmentsDir); !copy.isEmpty()) {
-                files << copy;
+            if (const AttachmentCopy copy = copyIntoAttachments(url.toLocalFile(), attachmentsDir); copy.ok()) {
+                files << copy.path;
             }
         }
     }
     if (data->hasImage()) {
         const QImage image = qvariant_cast<QImage>(data->imageData());
-        const QString path = QDir(attachmentsDir).filePath(attachmentName(QStringLiteral("clipboard-image.png")));
+        const QString path = QDir(attachmentsDir).filePath(newAttachmentName(QStringLiteral("clipboard-image.png")));
         if (!image.isNull() && QDir().mkpath(attachmentsDir) && image.save(path, "PNG")) {
             files << path;
         }
@@ -243,14 +230,14 @@ Clip ShortcutEditor::builtClip() const
 void ShortcutEditor::attachFiles(const QStringList& paths)
 {
     for (const QString& path : paths) {
-        const QString copy = copyIntoAttachments(path, m_db.attachmentsDir());
-        if (copy.isEmpty()) {
+        const AttachmentCopy copy = copyIntoAttachments(path, m_db.attachmentsDir());
+        if (!copy.ok()) {
             m_problem->showMessage(
                 QStringLiteral("Could not copy %1 into the profile.").arg(QFileInfo(path).fileName()),
                 InlineMessage::Kind::Error);
             continue;
         }
-        m_media->addItem(copy);
+        m_media->addItem(copy.path);
     }
 }
 

@@ -20,11 +20,6 @@ class InlineMessage;
 
 class DB;
 
-// Copies a file into the profile's Attachments folder under a name of its own (a new UUID, "-"
-// and the original name), so the shortcut keeps its media when the original moves. The new
-// path, or empty when the copy failed.
-QString copyIntoAttachments(const QString& source, const QString& attachmentsDir);
-
 // A draft shortcut from what the clipboard holds: files copied into Attachments, an image as a
 // PNG there, the text trimmed. Its key is made from its name and kept apart from `clips`. Nothing
 // when the clipboard holds none of these.

@@ -392,6 +392,54 @@ bool DB::save()
     return written;
 }
 
+bool DB::updateClips(const std::function<void(QList<Clip>&)>& change)
+{
+    if (m_readOnly) {
+        return false;
+    }
+    const QString path = filePath(clipsFile);
+    QDir().mkpath(m_dir);
+    QLockFile lock(path + QStringLiteral(".lock"));
+    // Unlike save(), no write without the lock: the change is decided on what is read under it.
+    if (!lock.tryLock(lockTimeoutMs)) {
+        qCWarning(lcStore) << "could not lock" << path << "to change the shortcuts";
+        return false;
+    }
+
+    QList<Clip> read;
+    bool readable = false;
+    if (std::optional<QList<Clip>> onDisk = readList<Clip>(path)) {
+        read = std::move(*onDisk);
+        readable = true;
+    } else if (QFileInfo::exists(path)) {
+        if (!keepAside(path)) {
+            return false; // replacing a file that can be neither read nor copied could lose it
+        }
+        read = m_clips;
+    } else {
+        read = m_clips; // nothing written yet: the list in memory is all there is
+    }
+    // The file's order stands (an import puts shortcuts at its start); only unsaved changes of
+    // ours need merging, which would move their additions to the end.
+    QList<Clip> updated = readable && m_clips != m_clipsBase ? mergeById(m_clipsBase, m_clips, read) : read;
+    change(updated);
+
+    if (!readable || updated != read) {
+        if (!writeFileAtomically(path, encodeList(updated))) {
+            return false;
+        }
+    }
+    remember(path);
+    lock.unlock();
+
+    m_clipsBase = updated;
+    if (updated != m_clips) {
+        m_clips = std::move(updated);
+        emit clipsChanged();
+    }
+    return true;
+}
+
 bool DB::saveCollectionLibrary()
 {
     if (m_readOnly) {

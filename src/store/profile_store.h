@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <optional>
 
 class QFileSystemWatcher;
@@ -78,6 +79,13 @@ public:
     QList<Clip> found() const;
 
     bool save();
+    // Changes the shortcuts as clips.json holds them now, with the file's lock held from the read
+    // to the write, so no other process's change made meanwhile is lost: `change` gets the list on
+    // disk (with this store's unsaved changes merged in) and edits it in place. Written only when
+    // `change` changed something; clipsChanged is emitted once when the list in memory changes.
+    // False when nothing could be written: a read-only store, the lock not taken in time, a file
+    // that can be neither read nor kept aside, or a failed write. The list in memory then stays.
+    bool updateClips(const std::function<void(QList<Clip>&)>& change);
     bool saveCollectionLibrary();
     void loadCollectionLibrary();
 

@@ -1,5 +1,6 @@
 #include "picker/picker_panel.h"
 #include "platform/secret/libsecret_store.h"
+#include "shell/api_configuration_page.h"
 #include "shell/bulk_rename_sheet.h"
 #include "shell/collection_library_page.h"
 #include "shell/collection_sheets.h"
@@ -13,6 +14,7 @@
 
 #include <QAccessible>
 #include <QApplication>
+#include <QComboBox>
 #include <QLineEdit>
 #include <QtTest>
 
@@ -137,6 +139,8 @@ void TestAccessibility::everyControlHasAName_data()
     QTest::newRow("collection rename sheet") << QStringLiteral("rename");
     QTest::newRow("category manager") << QStringLiteral("categories");
     QTest::newRow("collection manager") << QStringLiteral("manager");
+    QTest::newRow("add model sheet") << QStringLiteral("add model");
+    QTest::newRow("add model sheet with a base URL") << QStringLiteral("add compatible model");
     QTest::newRow("picker with rows") << QStringLiteral("picker");
     QTest::newRow("picker with nothing to show") << QStringLiteral("empty picker");
 }
@@ -183,6 +187,14 @@ void TestAccessibility::everyControlHasAName()
     } else if (screen == QLatin1String("manager")) {
         root = std::make_unique<CollectionManagerSheet>(db);
         root->show();
+    } else if (screen == QLatin1String("add model") || screen == QLatin1String("add compatible model")) {
+        auto sheet = std::make_unique<AddCollectionModelSheet>();
+        if (screen == QLatin1String("add compatible model")) {
+            auto* provider = sheet->findChild<QComboBox*>(QStringLiteral("modelProvider"));
+            provider->setCurrentIndex(provider->findData(QStringLiteral("OpenAI-compatible")));
+        }
+        sheet->show();
+        root = std::move(sheet);
     } else if (screen == QLatin1String("bulk rename")) {
         QStringList keys;
         for (const Clip& clip : db.clips()) {

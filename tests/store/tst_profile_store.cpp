@@ -1,3 +1,4 @@
+#include "store/attachments.h"
 #include "store/defaults.h"
 #include "store/profile_store.h"
 
@@ -9,6 +10,7 @@
 #include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
 
 #include <csignal>
@@ -82,6 +84,13 @@ private slots:
     void watcherFollowsAnotherWriter();
     void aSaveAnnouncesWhatItMergedIn();
     void killedWriterNeverLeavesABrokenFile();
+    void updateClipsChangesTheFileAsItIsNow_data();
+    void updateClipsChangesTheFileAsItIsNow();
+    void updateClipsKeepsAnUnreadableFileAside();
+    void updateClipsFromTwoProcessesLosesNothing();
+    void copyIntoAttachments_data();
+    void copyIntoAttachments();
+    void copiesOfOneFileGetNamesOfTheirOwn();
 
 private:
     QString root() const { return m_dir->filePath(u"Quill"_s); }
@@ -395,5 +404,246 @@ void TestProfileStore::killedWriterNeverLeavesABrokenFile()
     QVERIFY(lastCount > 0);
 }
 
-QTEST_GUILESS_MAIN(TestProfileStore)
+void TestProfileStore::updateClipsChangesTheFileAsItIsNow_data()
+{
+    QTest::addColumn<QString>("theirs");  // what another writer did after our last read
+    QTest::addColumn<bool>("ourPending"); // whether we hold an unsaved edit of /time
+    QTest::addColumn<bool>("ourChange");  // whether the change adds /ours at the start
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<int>("announced");
+
+    QTest::newRow("their addition stays, ours goes first")
+        << u"add"_s << false << true
+        << QStringList{u"/ours"_s, u"/ty"_s, u"/date"_s, u"/time"_s, u"/intro"_s, u"/theirs"_s} << 1;
+    QTest::newRow("their removal stays") << u"remove"_s << false << true
+                                         << QStringList{u"/ours"_s, u"/date"_s, u"/time"_s, u"/intro"_s} << 1;
+    QTest::newRow("their edit stays") << u"edit"_s << false << true
+                                      << QStringList{u"/ours"_s, u"/ty"_s, u"/date"_s, u"/time"_s, u"/intro"_s} << 1;
+    QTest::newRow("an unsaved edit of ours is kept with theirs")
+        << u"add"_s << true << true
+        << QStringList{u"/ours"_s, u"/ty"_s, u"/date"_s, u"/time"_s, u"/intro"_s, u"/theirs"_s} << 1;
+    QTest::newRow("no change still takes theirs in")
+        << u"add"_s << false << false << QStringList{u"/ty"_s, u"/date"_s, u"/time"_s, u"/intro"_s, u"/theirs"_s} << 1;
+    QTest::newRow("no change on an unchanged file announces nothing")
+        << QString() << false << false << QStringList{u"/ty"_s, u"/date"_s, u"/time"_s, u"/intro"_s} << 0;
+}
+
+void TestProfileStore::updateClipsChangesTheFileAsItIsNow()
+{
+    QFETCH(QString, theirs);
+    QFETCH(bool, ourPending);
+    QFETCH(bool, ourChange);
+    QFETCH(QStringList, expected);
+    QFETCH(int, announced);
+
+    const QString clipsPath = profile(u"sam"_s) + u"/clips.json"_s;
+    DB app(*m_defaults, root());
+    app.activateProfile(u"sam"_s);
+    QTest::qWait(20); // distinct modification times
+    if (!theirs.isEmpty()) {
+        Defaults toolDefaults(m_defaults->filePath());
+        DB tool(toolDefaults, root());
+        tool.activateProfile(u"sam"_s);
+        QList<Clip> clips = tool.clips();
+        if (theirs == u"add"_s) {
+            clips << makeClip(u"/theirs"_s, u"Theirs"_s);
+        } else if (theirs == u"remove"_s) {
+            clips.removeFirst();
+        } else {
+            clips[1].name = u"Edited by the tool"_s;
+        }
+        tool.setClips(clips);
+        QVERIFY(tool.save());
+    }
+    if (ourPending) {
+        QList<Clip> clips = app.clips();
+        clips[2].text = u"Unsaved in the app"_s;
+        app.setClips(clips);
+    }
+    const QByteArray before = readBytes(clipsPath);
+
+    QSignalSpy changed(&app, &DB::clipsChanged);
+    QList<Clip> given;
+    QVERIFY(app.updateClips([&](QList<Clip>& clips) {
+        given = clips;
+        if (ourChange) {
+            clips.prepend(makeClip(u"/ours"_s, u"Ours"_s));
+        }
+    }));
+
+    const QList<Clip> onDisk = clipsOnDisk(clipsPath);
+    QCOMPARE(keysOf(onDisk), expected);
+    QCOMPARE(app.clips(), onDisk);
+    QCOMPARE(changed.count(), announced);
+    if (theirs == u"edit"_s) {
+        QCOMPARE(onDisk.at(2).name, u"Edited by the tool"_s);
+        QCOMPARE(given.at(1).name, u"Edited by the tool"_s); // the change saw their edit
+    }
+    if (ourPending) {
+        QCOMPARE(onDisk.at(3).text, u"Unsaved in the app"_s);
+    }
+    if (!ourChange && theirs.isEmpty()) {
+        QCOMPARE(readBytes(clipsPath), before); // nothing to change, nothing written
+    }
+    QVERIFY(!QFileInfo::exists(clipsPath + u".lock"_s)); // the lock is let go
+
+    // A later save builds on the updated list: nothing is merged back or lost.
+    QVERIFY(app.save());
+    QCOMPARE(keysOf(clipsOnDisk(clipsPath)), expected);
+}
+
+void TestProfileStore::updateClipsKeepsAnUnreadableFileAside()
+{
+    const QString clipsPath = profile(u"sam"_s) + u"/clips.json"_s;
+    DB app(*m_defaults, root());
+    app.activateProfile(u"sam"_s);
+    writeBytes(clipsPath, "not json");
+    QVERIFY(app.updateClips([](QList<Clip>& clips) { clips.append(makeClip(u"/ours"_s, u"Ours"_s)); }));
+    QCOMPARE(keysOf(clipsOnDisk(clipsPath)), QStringList(startKeys) << u"/ours"_s);
+    const QStringList aside = QDir(profile(u"sam"_s)).entryList({u"clips.json.unreadable-*"_s}, QDir::Files);
+    QCOMPARE(aside.size(), 1);
+    QCOMPARE(readBytes(profile(u"sam"_s) + u'/' + aside.first()), QByteArray("not json"));
+
+    // A read-only store changes nothing, in memory or on disk.
+    DB reader(*m_defaults, root(), DB::Access::ReadOnly);
+    reader.activateProfile(u"sam"_s);
+    const QByteArray before = readBytes(clipsPath);
+    bool called = false;
+    QVERIFY(!reader.updateClips([&](QList<Clip>& clips) {
+        called = true;
+        clips.clear();
+    }));
+    QVERIFY(!called);
+    QCOMPARE(reader.clips().size(), 5);
+    QCOMPARE(readBytes(clipsPath), before);
+}
+
+void TestProfileStore::updateClipsFromTwoProcessesLosesNothing()
+{
+    constexpr int perProcess = 100;
+    {
+        // The profile exists before the writers start, so neither of them sets it up.
+        DB app(*m_defaults, root());
+        app.activateProfile(u"sam"_s);
+    }
+    // Both start adding at one moment, well after either has opened the profile.
+    const QString start = QString::number(QDateTime::currentMSecsSinceEpoch() + 1500);
+    QList<QProcess*> writers;
+    for (const QString& name : {u"a"_s, u"b"_s}) {
+        auto* process = new QProcess(this);
+        process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process->start(QCoreApplication::applicationFilePath(),
+                       {u"update-clips"_s, m_dir->path(), name, QString::number(perProcess), start});
+        writers << process;
+    }
+    for (QProcess* process : writers) {
+        QVERIFY(process->waitForFinished(120'000));
+        QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process->exitCode(), 0);
+        delete process;
+    }
+    const QStringList keys = keysOf(clipsOnDisk(profile(u"sam"_s) + u"/clips.json"_s));
+    QCOMPARE(keys.size(), startKeys.size() + 2 * perProcess);
+    for (const QString& name : {u"a"_s, u"b"_s}) {
+        for (int i = 0; i < perProcess; ++i) {
+            QVERIFY2(keys.contains(u"/%1%2"_s.arg(name).arg(i)), qPrintable(name + QString::number(i)));
+        }
+    }
+}
+
+void TestProfileStore::copyIntoAttachments_data()
+{
+    QTest::addColumn<QString>("name"); // the source's file name; empty: no source at all
+    QTest::addColumn<bool>("copied");
+    QTest::addColumn<QString>("ending"); // how the copy's name ends
+
+    QTest::newRow("a plain file") << u"notes.txt"_s << true << u"-notes.txt"_s;
+    QTest::newRow("spaces and other scripts")
+        << u"Résumé of Zoë – 東京 🎉.pdf"_s << true << u"-Résumé of Zoë – 東京 🎉.pdf"_s;
+    QTest::newRow("a missing source") << QString() << false << QString();
+    QTest::newRow("a name too long with the prefix keeps its extension")
+        << QString(240, u'n') + u".png"_s << true << u"nnn.png"_s;
+}
+
+void TestProfileStore::copyIntoAttachments()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, copied);
+    QFETCH(QString, ending);
+
+    const QString sources = m_dir->filePath(u"sources"_s);
+    QDir().mkpath(sources);
+    const QString source = sources + u'/' + (name.isEmpty() ? u"gone.png"_s : name);
+    const QByteArray content = "media bytes " + name.toUtf8();
+    if (!name.isEmpty()) {
+        writeBytes(source, content);
+    }
+    const QString attachments = profile(u"sam"_s) + u"/Attachments"_s; // not there yet
+
+    const AttachmentCopy copy = tavo::copyIntoAttachments(source, attachments);
+    QCOMPARE(copy.ok(), copied);
+    if (!copied) {
+        QVERIFY(copy.path.isEmpty());
+        QVERIFY(copy.error.contains(source));
+        QVERIFY(QDir(attachments).isEmpty());
+        return;
+    }
+    QVERIFY(copy.error.isEmpty());
+    const QFileInfo info(copy.path);
+    QVERIFY(info.isAbsolute());
+    QCOMPARE(QDir::cleanPath(info.absolutePath()), QDir::cleanPath(attachments));
+    QVERIFY2(info.fileName().endsWith(ending), qPrintable(info.fileName()));
+    QVERIFY(QUuid::fromString(info.fileName().left(36)).isNull() == false);
+    QCOMPARE(info.fileName().at(36), u'-');
+    QVERIFY(info.fileName().toUtf8().size() <= 255);
+    QCOMPARE(readBytes(copy.path), content);
+    QCOMPARE(readBytes(source), content); // the original stays
+    QCOMPARE(QDir(attachments).entryList(QDir::Files | QDir::Hidden), QStringList{info.fileName()});
+}
+
+void TestProfileStore::copiesOfOneFileGetNamesOfTheirOwn()
+{
+    const QString source = m_dir->filePath(u"photo.jpg"_s);
+    writeBytes(source, "jpeg");
+    const QString attachments = m_dir->filePath(u"Attachments"_s);
+    const AttachmentCopy first = tavo::copyIntoAttachments(source, attachments);
+    const AttachmentCopy second = tavo::copyIntoAttachments(source, attachments);
+    QVERIFY(first.ok() && second.ok());
+    QVERIFY(first.path != second.path);
+    QCOMPARE(readBytes(first.path), QByteArray("jpeg"));
+    QCOMPARE(readBytes(second.path), QByteArray("jpeg"));
+
+    // A folder is no attachment.
+    const AttachmentCopy folder = tavo::copyIntoAttachments(m_dir->path(), attachments);
+    QVERIFY(!folder.ok());
+    QCOMPARE(QDir(attachments).entryList(QDir::Files).size(), 2);
+}
+
+int main(int argc, char* argv[])
+{
+    // A second process of this test: adds shortcuts one update at a time to sam's profile in the
+    // given folder from the given moment on, exiting non-zero when an update fails.
+    if (argc == 6 && qstrcmp(argv[1], "update-clips") == 0) {
+        QCoreApplication app(argc, argv);
+        const QString folder = QString::fromLocal8Bit(argv[2]);
+        const QString name = QString::fromLocal8Bit(argv[3]);
+        Defaults defaults(folder + u"/config/defaults.json"_s);
+        DB db(defaults, folder + u"/Quill"_s);
+        db.activateProfile(u"sam"_s);
+        const qint64 wait = QByteArray(argv[5]).toLongLong() - QDateTime::currentMSecsSinceEpoch();
+        QThread::msleep(static_cast<unsigned long>(qMax<qint64>(0, wait)));
+        for (int i = 0; i < QByteArray(argv[4]).toInt(); ++i) {
+            const bool updated =
+                db.updateClips([&](QList<Clip>& clips) { clips.append(makeClip(u"/%1%2"_s.arg(name).arg(i), name)); });
+            if (!updated) {
+                return 1;
+            }
+        }
+        return 0;
+    }
+    QCoreApplication app(argc, argv);
+    TestProfileStore test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_profile_store.moc"
