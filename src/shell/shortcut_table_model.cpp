@@ -150,17 +150,15 @@ QVariant ShortcutTableModel::data(const QModelIndex& index, int role) const
         }
         break;
     case Qt::ToolTipRole:
+        // The whole of what the cell shows cut short; key and name are never cut.
         switch (index.column()) {
-        case KeyColumn:
-            return row.key;
-        case NameColumn:
-            return clip.name;
         case CollectionColumn:
             return row.allCollections;
         case TextColumn:
             return row.fullText;
+        default:
+            return data(index, Qt::DisplayRole);
         }
-        break;
     case Qt::AccessibleTextRole:
         return row.accessible;
     case Qt::FontRole:

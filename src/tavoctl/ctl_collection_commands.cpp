@@ -18,16 +18,17 @@ namespace {
 
 using Kind = CommandLine::Kind;
 
-const char* const collectionUsage = R"(Usage: tavoctl collection list [--json]
+const QString collectionUsage = QStringLiteral(R"(Usage: tavoctl collection list [--json]
        tavoctl collection add NAME [--fields "A, B"] [--category C] [--description D]
        tavoctl collection rename FROM TO
        tavoctl collection hide|show|remove NAME
-)";
+)");
 
-const char* const recordUsage = R"(Usage: tavoctl record add COLLECTION --name N --alias A [--value FIELD=VALUE]...
+const QString recordUsage =
+    QStringLiteral(R"(Usage: tavoctl record add COLLECTION --name N --alias A [--value FIELD=VALUE]...
        tavoctl record list [COLLECTION] [--json]
        tavoctl record remove COLLECTION ALIAS
-)";
+)");
 
 QString json(const QJsonValue& value)
 {
@@ -414,50 +415,28 @@ int recordRemove(const QStringList& arguments, QTextStream& out, QTextStream& er
 
 int collection(const QStringList& arguments, QTextStream& out, QTextStream& err)
 {
-    const QString action = arguments.value(0);
-    const QStringList rest = arguments.mid(1);
-    if (action == QLatin1String("list")) {
-        return collectionList(rest, out, err);
-    }
-    if (action == QLatin1String("add")) {
-        return collectionAdd(rest, out, err);
-    }
-    if (action == QLatin1String("rename")) {
-        return collectionRename(rest, out, err);
-    }
-    if (action == QLatin1String("hide") || action == QLatin1String("show")) {
-        return collectionHide(rest, action == QLatin1String("hide"), out, err);
-    }
-    if (action == QLatin1String("remove")) {
-        return collectionRemove(rest, out, err);
-    }
-    if (action == QLatin1String("--help")) {
-        out << collectionUsage;
-        return 0;
-    }
-    err << collectionUsage;
-    return 2;
+    const auto hideOrShow = [](bool hide) {
+        return [hide](const QStringList& rest, QTextStream& o, QTextStream& e) {
+            return collectionHide(rest, hide, o, e);
+        };
+    };
+    return runAction(arguments,
+                     {{QStringLiteral("list"), collectionList},
+                      {QStringLiteral("add"), collectionAdd},
+                      {QStringLiteral("rename"), collectionRename},
+                      {QStringLiteral("hide"), hideOrShow(true)},
+                      {QStringLiteral("show"), hideOrShow(false)},
+                      {QStringLiteral("remove"), collectionRemove}},
+                     collectionUsage, out, err);
 }
 
 int record(const QStringList& arguments, QTextStream& out, QTextStream& err)
 {
-    const QString action = arguments.value(0);
-    const QStringList rest = arguments.mid(1);
-    if (action == QLatin1String("add")) {
-        return recordAdd(rest, out, err);
-    }
-    if (action == QLatin1String("list")) {
-        return recordList(rest, out, err);
-    }
-    if (action == QLatin1String("remove")) {
-        return recordRemove(rest, out, err);
-    }
-    if (action == QLatin1String("--help")) {
-        out << recordUsage;
-        return 0;
-    }
-    err << recordUsage;
-    return 2;
+    return runAction(arguments,
+                     {{QStringLiteral("add"), recordAdd},
+                      {QStringLiteral("list"), recordList},
+                      {QStringLiteral("remove"), recordRemove}},
+                     recordUsage, out, err);
 }
 
 int duplicates(const QStringList& arguments, QTextStream& out, QTextStream& err)

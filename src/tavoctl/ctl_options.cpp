@@ -84,4 +84,21 @@ std::optional<int> CommandLine::parse(const QStringList& arguments, QTextStream&
     return std::nullopt;
 }
 
+int runAction(const QStringList& arguments, const QList<std::pair<QString, Action>>& actions, const QString& usage,
+              QTextStream& out, QTextStream& err)
+{
+    const QString action = arguments.value(0);
+    for (const auto& [name, run] : actions) {
+        if (action == name) {
+            return run(arguments.mid(1), out, err);
+        }
+    }
+    if (action == QLatin1String("--help")) {
+        out << usage;
+        return 0;
+    }
+    err << usage;
+    return 2;
+}
+
 } // namespace tavo::ctl

@@ -6,7 +6,9 @@
 #include <QStringList>
 #include <QTextStream>
 
+#include <functional>
 #include <optional>
+#include <utility>
 
 namespace tavo::ctl {
 
@@ -57,5 +59,11 @@ private:
     QStringList m_positional;
     QHash<QString, QStringList> m_given;
 };
+
+// A command made of actions ("collection add", "record list"): runs the action named by the
+// first argument with the rest; "--help" shows `usage`, anything else is told with it (status 2).
+using Action = std::function<int(const QStringList& arguments, QTextStream& out, QTextStream& err)>;
+int runAction(const QStringList& arguments, const QList<std::pair<QString, Action>>& actions, const QString& usage,
+              QTextStream& out, QTextStream& err);
 
 } // namespace tavo::ctl
