@@ -36,6 +36,22 @@ Commands:
                                Delete a record.
   duplicates                   Show repeated shortcuts and collections with identical contents.
   stats [--json]               Show the signed-in account's scorecard.
+  export [--collection NAME | --key KEY...] [--title T] [--out FILE]
+                               Make a shortcut package and print its path.
+  import FILE                  Add the shortcuts of a package.
+  backup [FILE]                Save the whole profile to a zip (default: on the Desktop).
+  restore FILE                 Replace the shortcuts by those of a backup.
+  csv import FILE|- [--collection NAME]... [--download-media]
+                               Add shortcuts from CSV rows.
+  csv export FILE              Write every shortcut as CSV.
+  ai list [--json]             List the AI model profiles.
+  ai add|select|remove|key|generate ...
+                               Manage model profiles and generate text; see 'tavoctl ai --help'.
+  prompt expand [--json]       Expand shortcut mentions in the prompt read from standard input.
+  builder list|show|render|new|set|unset ...
+                               Builder apps; see 'tavoctl builder --help'.
+  browser tabs|open|close|group ...
+                               The built-in browser's tabs; see 'tavoctl browser --help'.
   help                         Show this help.
 
 Options take their value as the next argument or after "=", and "--" ends the options.
@@ -71,32 +87,38 @@ int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextSt
         out << usage;
         return 0;
     }
-    if (command == QLatin1String("calc")) {
-        return calc(rest, out, err);
+    using Plain = int (*)(const QStringList&, QTextStream&, QTextStream&);
+    static const QList<std::pair<QLatin1String, Plain>> commands = {
+        {QLatin1String("calc"), calc},
+        {QLatin1String("list"), list},
+        {QLatin1String("add"), add},
+        {QLatin1String("expand"), expand},
+        {QLatin1String("collection"), collection},
+        {QLatin1String("record"), record},
+        {QLatin1String("duplicates"), duplicates},
+        {QLatin1String("stats"), stats},
+        {QLatin1String("export"), exportPackage},
+        {QLatin1String("import"), importPackage},
+        {QLatin1String("backup"), backup},
+        {QLatin1String("restore"), restore},
+        {QLatin1String("csv"), csv},
+        {QLatin1String("builder"), builder},
+        {QLatin1String("browser"), browser},
+    };
+    for (const auto& [name, command_] : commands) {
+        if (command == name) {
+            return command_(rest, out, err);
+        }
     }
+    // The commands that read a password or a key from standard input.
     if (command == QLatin1String("account")) {
         return account(rest, in, out, err);
     }
-    if (command == QLatin1String("list")) {
-        return list(rest, out, err);
+    if (command == QLatin1String("ai")) {
+        return ai(rest, in, out, err);
     }
-    if (command == QLatin1String("add")) {
-        return add(rest, out, err);
-    }
-    if (command == QLatin1String("expand")) {
-        return expand(rest, out, err);
-    }
-    if (command == QLatin1String("collection")) {
-        return collection(rest, out, err);
-    }
-    if (command == QLatin1String("record")) {
-        return record(rest, out, err);
-    }
-    if (command == QLatin1String("duplicates")) {
-        return duplicates(rest, out, err);
-    }
-    if (command == QLatin1String("stats")) {
-        return stats(rest, out, err);
+    if (command == QLatin1String("prompt")) {
+        return prompt(rest, in, out, err);
     }
     err << "tavoctl: unknown command '" << command << "'\n" << usage;
     return 2;

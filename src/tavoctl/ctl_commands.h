@@ -21,4 +21,19 @@ int record(const QStringList& arguments, QTextStream& out, QTextStream& err);
 int duplicates(const QStringList& arguments, QTextStream& out, QTextStream& err);
 int stats(const QStringList& arguments, QTextStream& out, QTextStream& err);
 
+// Shortcut packages, profile backups and CSV.
+int exportPackage(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int importPackage(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int backup(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int restore(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int csv(const QStringList& arguments, QTextStream& out, QTextStream& err);
+
+// Model profiles, text generation and prompt expansion; a key or a prompt is read from `in`.
+int ai(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err);
+int prompt(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err);
+
+// Builder apps and the built-in browser's workspace.
+int builder(const QStringList& arguments, QTextStream& out, QTextStream& err);
+int browser(const QStringList& arguments, QTextStream& out, QTextStream& err);
+
 } // namespace tavo::ctl

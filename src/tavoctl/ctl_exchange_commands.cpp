@@ -1,0 +1,17 @@
+#include "tavoctl/ctl_commands.h"
+
+namespace tavo::ctl {
+
+int exportPackage(const QStringList& /*arguments*/, QTextStream& /*out*/, QTextStream& err)
+{
+    err << "tavoctl: not available yet\n";
+    return 2;
+}
+
+int importPackage(const QStringList& /*arguments*/, QTextStream& /*out*/, QTextStream& err)
+{
+    err << "tavoctl: not available yet\n";
+    return 2;
+}
+
+} // namespace tavo::ctl
