@@ -1,6 +1,7 @@
 #include "engine/clipboard_preparation.h"
 
 #include "engine/rich_text.h"
+#include "platform/net/downloader.h"
 #include "platform/pasteboard.h"
 #include "platform/zip/zip_writer.h"
 #include "store/profile_store.h"
@@ -19,14 +20,12 @@
 #include <QLoggingCategory>
 #include <QMimeDatabase>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QNetworkRequest>
 #include <QPainter>
 #include <QPointer>
 #include <QRegularExpression>
 #include <QSaveFile>
 #include <QSet>
-#include <QTimer>
+#include <QTemporaryDir>
 #include <QUrl>
 #include <QUuid>
 
@@ -219,35 +218,38 @@ struct Fetched
     QString contentType;
 };
 
-// One GET with a deadline for the whole request; a redirect counts as a failure.
+// One GET with a deadline for the whole request, read back whole; a redirect counts as a failure.
+// It goes through the one downloader into a private folder that goes with it.
 void fetch(QNetworkAccessManager& network, const QUrl& url, std::function<void(std::optional<Fetched>)> then)
 {
-    QNetworkRequest request(url);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    request.setHeader(QNetworkRequest::UserAgentHeader, userAgent());
-    QNetworkReply* reply = network.get(request);
-
-    auto* deadline = new QTimer(reply);
-    deadline->setSingleShot(true);
-    QObject::connect(deadline, &QTimer::timeout, reply, &QNetworkReply::abort);
-    deadline->start(downloadDeadlineMs);
-    QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received, qint64) {
-        if (received > maxDownloadBytes) {
-            reply->abort();
-        }
-    });
-    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, then = std::move(then)] {
-        reply->deleteLater();
-        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        if (reply->error() != QNetworkReply::NoError || status != 200) {
-            qCWarning(lcClipboard) << "download of" << reply->url().path() << "failed:" << status
-                                   << reply->errorString();
-            then(std::nullopt);
-            return;
-        }
-        const QString type = reply->header(QNetworkRequest::ContentTypeHeader).toString();
-        then(Fetched{reply->readAll(), type.section(u';', 0, 0).trimmed().toLower()});
-    });
+    auto folder = std::make_shared<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/tavo-fetch-XXXXXX"));
+    if (!folder->isValid()) {
+        QMetaObject::invokeMethod(
+            &network, [then = std::move(then)] { then(std::nullopt); }, Qt::QueuedConnection);
+        return;
+    }
+    DownloadRequest request;
+    request.url = url;
+    request.folder = folder->path();
+    request.fileName = [](const QString&) { return QStringLiteral("body"); };
+    request.userAgent = userAgent().toUtf8();
+    request.limits.maxBytes = maxDownloadBytes;
+    request.limits.idleTimeoutMs = downloadDeadlineMs;
+    request.limits.totalTimeoutMs = downloadDeadlineMs;
+    request.limits.maxRedirects = 0;
+    auto* download = new Download(network, std::move(request), &network);
+    QObject::connect(
+        download, &Download::finished, download, [download, folder, path = url.path(), then = std::move(then)] {
+            download->deleteLater();
+            const DownloadResult& result = download->result();
+            QFile body(result.path);
+            if (!result.ok() || result.status != 200 || !body.open(QIODevice::ReadOnly)) {
+                qCWarning(lcClipboard) << "download of" << path << "failed:" << result.status << result.error;
+                then(std::nullopt);
+                return;
+            }
+            then(Fetched{body.readAll(), result.contentType});
+        });
 }
 
 std::optional<QUrl> portraitUrl(const QByteArray& summary, const QUrl& summaryUrl)

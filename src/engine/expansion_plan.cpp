@@ -1,5 +1,7 @@
 #include "engine/expansion_plan.h"
 
+#include "engine/inline_commands.h"
+
 #include "language/math_expression.h"
 #include "language/triggers.h"
 
@@ -8,19 +10,6 @@
 namespace tavo {
 
 namespace {
-
-bool isInlineCommand(const QString& command)
-{
-    const QString lowered = command.toLower();
-    if (lowered == QLatin1String("\\p") || lowered.startsWith(QLatin1String("\\p-"))) {
-        return true;
-    }
-    if (lowered == QLatin1String("\\paste") || lowered == QLatin1String("\\rewrite")) {
-        return true;
-    }
-    const QString body = lowered.mid(1);
-    return command.startsWith(u'\\') && (body == QLatin1String("img") || body.startsWith(QLatin1String("img-")));
-}
 
 QString trimmedOf(const QString& text, QStringView characters)
 {
@@ -89,9 +78,10 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
 {
     ExpansionPlan plan;
     const QString command = trigger.trimmed();
-    if (isEndingSuffix(suffix) && isInlineCommand(command)) {
+    if (parseInlineCommand(command, suffix)) {
         plan.kind = ExpansionPlan::Kind::InlineCommand;
         plan.command = command;
+        plan.suffix = suffix;
         return plan;
     }
 

@@ -26,7 +26,7 @@ struct ExpansionPlan
     enum class Kind
     {
         NotSignedIn,
-        InlineCommand, // \p, \paste, \rewrite, \img: the picker takes over
+        InlineCommand, // \p, \paste, \rewrite, \img: the picker takes over; \paste.<tone> rewrites
         Calculation,   // paste the value
         Batch,         // paste several shortcuts
         Website,       // open clip.webURL
@@ -39,6 +39,7 @@ struct ExpansionPlan
 
     Kind kind = Kind::NoMatch;
     QString command;         // the inline command as typed
+    QString suffix;          // InlineCommand: the key that ended it
     ClipboardRequest paste;  // Calculation, Paste
     QList<Clip> batch;       // Batch
     QString separator;       // Batch
@@ -46,10 +47,7 @@ struct ExpansionPlan
     bool fromRecord = false; // the shortcut is a collection record's
 
     // Nothing will paste, open or run: the key that ended the trigger goes on to the application.
-    bool givesEndingKeyBack() const
-    {
-        return kind == Kind::NotSignedIn || kind == Kind::NoMatch || kind == Kind::InlineCommand;
-    }
+    bool givesEndingKeyBack() const { return kind == Kind::NotSignedIn || kind == Kind::NoMatch; }
 };
 
 // The one decision procedure for a typed trigger and the key that ended it: inline commands,

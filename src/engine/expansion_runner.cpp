@@ -1,10 +1,13 @@
 #include "engine/expansion_runner.h"
 
+#include "ai/model_profile_store.h"
+#include "engine/inline_commands.h"
 #include "engine/quill_app_delegate.h"
 #include "language/triggers.h"
 #include "platform/pasteboard.h"
 #include "store/accounts.h"
 #include "store/defaults.h"
+#include "store/key_store.h"
 #include "store/profile_store.h"
 #include "store/scorecard.h"
 
@@ -19,6 +22,8 @@ namespace {
 
 // Upper bounds, not sleeps: activation returns as soon as the window has the focus.
 constexpr int activationTimeoutMs = 80;
+// After a face of the picker had the keyboard, the focus has to travel back to the target first.
+constexpr int activationFromPickerMs = 500;
 constexpr int modifierReleaseTimeoutMs = 400;
 constexpr int spreadsheetEscapeDelayMs = 120;
 // Keys typed during an expansion wait this long at most for the target to take the paste.
@@ -150,9 +155,13 @@ void ExpansionRunner::carryOutPlanned(const ExpansionPlan& plan, int length, qui
 void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
 {
     m_delegate.setTriggerTracking(false);
+    if (plan.kind == ExpansionPlan::Kind::InlineCommand) {
+        startInlineCommand(plan, length); // the picker stays: its face takes over
+        return;
+    }
     // The panel goes once the keys and the chord are out: unmapping it would only delay them.
     QMetaObject::invokeMethod(this, &ExpansionRunner::hidePickerRequested, Qt::QueuedConnection);
-    if (plan.givesEndingKeyBack()) { // the picker's inline commands arrive with the picker
+    if (plan.givesEndingKeyBack()) {
         finishWithoutPaste(true);
         return;
     }
@@ -233,7 +242,8 @@ bool ExpansionRunner::isSpreadsheet(const DesktopWindow& window)
     return false;
 }
 
-void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard, bool ownsHold)
+void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard, bool ownsHold,
+                                         int activationBoundMs)
 {
     const DesktopWindow target = m_returnApp;
     if (!target.isValid() || !m_desktop.unavailableReason().isEmpty()) {
@@ -251,7 +261,7 @@ void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QS
     // portrait after its download), when the hold in place is another expansion's.
     const quint64 holdKey = ownsHold ? std::exchange(m_heldKey, 0) : 0;
     const bool spreadsheet = removeCount >= 1 && isSpreadsheet(target);
-    m_desktop.activate(target, activationTimeoutMs);
+    m_desktop.activate(target, activationBoundMs > 0 ? activationBoundMs : activationTimeoutMs);
     m_desktop.waitForModifiersReleased(modifierReleaseTimeoutMs);
     // The target deletes the trigger while the clipboard is being taken; the chord follows both.
     if (spreadsheet) {
@@ -392,6 +402,183 @@ void ExpansionRunner::pasteDefaultMedia(const Clip& clip, int removeCount)
             },
             false); // its hold went when the download began
     });
+}
+
+void ExpansionRunner::startInlineCommand(const ExpansionPlan& plan, int length)
+{
+    const std::optional<InlineCommand> command = parseInlineCommand(plan.command, plan.suffix);
+    if (!command) {
+        finishWithoutPaste(true);
+        return;
+    }
+    // One removal: when it runs now, a paste from the face later removes nothing more.
+    const bool canRemove = m_returnApp.isValid() && m_desktop.unavailableReason().isEmpty();
+    const int laterRemoval = canRemove ? 0 : length;
+    switch (command->kind) {
+    case InlineCommand::Kind::Prompt:
+        // The editor takes the keyboard itself, once the command has left the target.
+        m_delegate.setImagePromptMode(false);
+        m_delegate.setPickerActive(false);
+        emit promptCommandEntered(command->payload, laterRemoval);
+        removeInlineCommand(length, InlineNotice::promptNoReturnApp, InlineNotice::promptNoPermission);
+        releaseHold();
+        emit promptEditorFocusRequested();
+        return;
+    case InlineCommand::Kind::Rewrite: {
+        const QString text = m_pasteboard.string();
+        emit rewriteCommandEntered(text, laterRemoval);
+        // The tap takes the keyboard for the face once the hold has let the removal through.
+        m_delegate.setImagePromptMode(false);
+        m_delegate.setPickerActive(true);
+        removeInlineCommand(length, QString(), InlineNotice::rewriteNoPermission);
+        releaseHold();
+        return;
+    }
+    case InlineCommand::Kind::Image:
+        emit imageCommandEntered(command->payload);
+        m_delegate.clearQueryBuffer();
+        m_delegate.setImagePromptMode(true);
+        m_delegate.setPickerActive(true);
+        removeInlineCommand(length, QString(), InlineNotice::imageNoPermission);
+        releaseHold();
+        return;
+    case InlineCommand::Kind::ToneRewrite:
+        rewriteClipboardToTone(command->tone, length, plan.suffix);
+        return;
+    }
+}
+
+bool ExpansionRunner::removeInlineCommand(int count, const QString& noReturnApp, const QString& refusal)
+{
+    if (!m_returnApp.isValid()) {
+        if (!noReturnApp.isEmpty()) {
+            notice(noReturnApp);
+        }
+        return false;
+    }
+    if (!m_desktop.unavailableReason().isEmpty()) {
+        notice(refusal);
+        return false;
+    }
+    // While the ending key's hold lasts the tap keeps no grab of the whole keyboard, so these
+    // keys reach the target and never become the picker's query or prompt.
+    removeTrigger(count, 0);
+    return true;
+}
+
+void ExpansionRunner::rewriteClipboardToTone(const QString& tone, int removeCount, const QString& suffix)
+{
+    // The answer may take long: nothing is held meanwhile, and the typed command stays until it
+    // comes.
+    releaseHold();
+    const QString text = m_pasteboard.string().trimmed();
+    if (text.isEmpty()) {
+        notice(InlineNotice::copyTextFirst(tone));
+        emit pickerQueryRequested(QStringLiteral("paste"));
+        return;
+    }
+    const QList<CollectionAIModelProfile> profiles = AIModelProfileStore::load(m_defaults);
+    const CollectionAIModelProfile profile =
+        AIModelProfileStore::selectedModel(profiles, AIModelProfileStore::selectedProfileID(m_defaults));
+    const Result<std::optional<QString>> key = KeyStore::load(profile.keyAccount);
+    if (profiles.isEmpty() || !key.ok() || !key.value() || key.value()->isEmpty()) {
+        notice(InlineNotice::noRewriteKey);
+        emit pickerQueryRequested(QStringLiteral("paste"));
+        return;
+    }
+    if (m_toneRewrite) {
+        m_toneRewrite->cancel();
+    }
+    const DesktopWindow target = m_returnApp;
+    const quint64 typedBefore = m_delegate.keysSeen();
+    m_toneRewrite = SharedAIClient::generate(
+        profile, *key.value(), toneRewritePrompt(tone, text), {}, rewriteMaxOutputTokens, this,
+        [this, tone, removeCount, suffix, target, typedBefore](Result<QString> answer) {
+            if (!answer.ok()) {
+                notice(InlineNotice::rewriteFailed(answer.error().description));
+                return;
+            }
+            if (answer.value().trimmed().isEmpty()) {
+                notice(InlineNotice::emptyRewrite);
+                return;
+            }
+            Clip rewrite;
+            rewrite.key = QStringLiteral("/paste.") + tone;
+            rewrite.name = QStringLiteral("Clipboard rewrite");
+            rewrite.group = QStringLiteral("Personal");
+            rewrite.text = answer.value() + suffix;
+            const ClipboardRequest request{rewrite, true, false, {}, {}, {}, false};
+            emit hidePickerRequested();
+            // Keys typed since, or another window in front: the removal would delete the wrong
+            // characters, so the rewrite waits on the clipboard.
+            if (target.isValid() && (m_delegate.keysSeen() != typedBefore || !(m_desktop.activeWindow() == target))) {
+                notice(prepareClipboard(m_pasteboard, request, tokenSources(m_pasteboard)));
+                return;
+            }
+            m_returnApp = target;
+            pasteIntoReturnApp(
+                removeCount, [&] { return prepareClipboard(m_pasteboard, request, tokenSources(m_pasteboard)); },
+                false);
+        });
+}
+
+void ExpansionRunner::pasteFromFace(int removeCount, const ClipboardRequest& request)
+{
+    m_delegate.setPickerActive(false);
+    m_delegate.setImagePromptMode(false);
+    m_delegate.setPanelFieldHasKeyboard(false);
+    emit hidePickerRequested(); // it may have the keyboard: the target needs it back first
+    pasteIntoReturnApp(
+        removeCount, [&] { return prepareClipboard(m_pasteboard, request, tokenSources(m_pasteboard)); }, false,
+        activationFromPickerMs);
+}
+
+void ExpansionRunner::pasteRewrite(const QString& text, int removeCount)
+{
+    Clip rewrite;
+    rewrite.key = QStringLiteral("/paste");
+    rewrite.name = QStringLiteral("Clipboard rewrite");
+    rewrite.group = QStringLiteral("Personal");
+    rewrite.text = text + u' ';
+    pasteFromFace(removeCount, ClipboardRequest{rewrite, true, false, {}, {}, {}, false});
+}
+
+namespace {
+
+Clip preparedPrompt(const QString& text, const QStringList& mediaPaths)
+{
+    Clip prompt;
+    prompt.key = QStringLiteral("/p");
+    prompt.name = QStringLiteral("Prepared prompt");
+    prompt.group = QStringLiteral("Personal");
+    prompt.text = text + u' ';
+    prompt.files = mediaPaths;
+    return prompt;
+}
+
+} // namespace
+
+void ExpansionRunner::pastePrompt(const QString& text, int removeCount, const QStringList& mediaPaths)
+{
+    // Attached media when there are any, otherwise the text.
+    const bool media = !mediaPaths.isEmpty();
+    pasteFromFace(removeCount, ClipboardRequest{preparedPrompt(text, mediaPaths), !media, media, {}, {}, {}, false});
+}
+
+void ExpansionRunner::copyPrompt(const QString& text)
+{
+    notice(prepareClipboard(m_pasteboard, ClipboardRequest{preparedPrompt(text, {}), true, false, {}, {}, {}, false},
+                            tokenSources(m_pasteboard)));
+}
+
+void ExpansionRunner::copyPromptMedia(const QStringList& mediaPaths)
+{
+    if (mediaPaths.isEmpty()) {
+        return;
+    }
+    notice(prepareClipboard(m_pasteboard,
+                            ClipboardRequest{preparedPrompt(QString(), mediaPaths), false, true, {}, {}, {}, false},
+                            tokenSources(m_pasteboard)));
 }
 
 } // namespace tavo

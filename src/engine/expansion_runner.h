@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ai/text_client.h"
 #include "engine/expansion_plan.h"
 #include "platform/desktop.h"
 #include "store/scorecard.h"
@@ -49,18 +50,42 @@ public slots:
     // A row chosen in the picker. `mustRemove` asks that at least one typed character go (the
     // first-row route).
     void chooseClip(const Clip& clip, bool mustRemove);
+    // The picker's command faces paste or copy what they made. `removeCount` is 0 when the typed
+    // command was removed as the face opened.
+    void pasteRewrite(const QString& text, int removeCount);
+    void pastePrompt(const QString& text, int removeCount, const QStringList& mediaPaths);
+    void copyPrompt(const QString& text);
+    void copyPromptMedia(const QStringList& mediaPaths);
 
 signals:
     void noticeChanged(const QString& notice);
     void hidePickerRequested();
     // A shortcut that opens Tavo itself.
     void showSelfRequested();
+    // An inline command hands the picker over to one of its faces. The face enters before the
+    // typed command is removed, so the panel is on screen while the text disappears; the count is
+    // what its own paste still has to remove (0 once the command is gone).
+    void promptCommandEntered(const QString& payload, int removeCount);
+    void rewriteCommandEntered(const QString& clipboardText, int removeCount);
+    void imageCommandEntered(const QString& payload);
+    // The typed \p is gone: the prompt editor may take the keyboard now.
+    void promptEditorFocusRequested();
+    void pickerQueryRequested(const QString& query);
 
 private:
     void carryOut(const ExpansionPlan& plan, int length);
+    void startInlineCommand(const ExpansionPlan& plan, int length);
+    // Removes a typed inline command; false (with `refusal` as the notice) when it cannot.
+    bool removeInlineCommand(int count, const QString& noReturnApp, const QString& refusal);
+    // Rewrites the clipboard through the selected model and pastes the answer in place of the
+    // typed command, unless the user has typed on or moved elsewhere meanwhile.
+    void rewriteClipboardToTone(const QString& tone, int removeCount, const QString& suffix);
+    void pasteFromFace(int removeCount, const ClipboardRequest& request);
     // Removes the typed trigger, writes the clipboard through `writeClipboard` (which gives the
     // notice) and sends the paste chord.
-    void pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard, bool ownsHold = true);
+    // `activationBoundMs` 0: the usual bound, for a target that has kept the focus.
+    void pasteIntoReturnApp(int removeCount, const std::function<QString()>& writeClipboard, bool ownsHold = true,
+                            int activationBoundMs = 0);
     void removeTrigger(int count, int cap);
     void openWebsiteShortcut(const Clip& clip, int removeCount);
     void launchDesktopShortcut(const Clip& clip, int removeCount);
@@ -85,6 +110,7 @@ private:
     quint64 m_heldKey = 0;    // the key whose hold the expansion under way claimed
     quint64 m_landingKey = 0; // the hold let go when the paste on its way has landed
     QString m_pendingNotice;
+    QPointer<AITextRequest> m_toneRewrite; // one at a time: a newer command replaces it
 };
 
 } // namespace tavo

@@ -168,6 +168,7 @@ void QuillAppDelegate::setPaused(bool paused)
         tracker.triggerTracking = false;
         tracker.pickerActive = false;
         tracker.imagePromptMode = false;
+        tracker.panelFieldHasKeyboard = false;
     });
 }
 
@@ -220,6 +221,30 @@ void QuillAppDelegate::clearQueryBuffer()
 {
     QMutexLocker locker(&m_lock);
     m_tracker.queryBuffer.clear();
+}
+
+void QuillAppDelegate::setPanelFieldHasKeyboard(bool has)
+{
+    changeState([&](TriggerTracker& tracker) {
+        tracker.panelFieldHasKeyboard = has;
+        if (has) {
+            tracker.triggerTracking = false;
+            tracker.pickerActive = false;
+            tracker.imagePromptMode = false;
+        }
+    });
+}
+
+bool QuillAppDelegate::panelFieldHasKeyboard() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_tracker.panelFieldHasKeyboard;
+}
+
+quint64 QuillAppDelegate::keysSeen() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_tracker.keysSeen;
 }
 
 void QuillAppDelegate::releaseHeldKeys(quint64 endingKey, bool replayEndingKey)

@@ -42,6 +42,12 @@ public:
     void setImagePromptMode(bool on);
     QString triggerBuffer() const;
     void clearQueryBuffer();
+    // A text field of the picker took the keyboard (true: the picker and the image prompt stop
+    // owning the typed keys, and no trigger starts) or lost it.
+    void setPanelFieldHasKeyboard(bool has);
+    bool panelFieldHasKeyboard() const;
+    // How many keys the tap has decided so far: a change says something was typed meanwhile.
+    quint64 keysSeen() const;
 
     // What can expand now; none while signed out. The tap's thread checks a finished trigger
     // against it, so a trigger that matches nothing lets its ending key go at once, however busy

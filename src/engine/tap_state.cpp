@@ -43,6 +43,7 @@ bool TriggerTracker::endsTrigger(QChar first)
 
 TapDecision TriggerTracker::handle(const KeyEvent& event, QList<TapNotification>& notifications)
 {
+    ++keysSeen;
     if (imagePromptMode) {
         bool handled = false;
         const TapDecision decision = imagePrompt(event, notifications, handled);
@@ -168,7 +169,7 @@ TapDecision TriggerTracker::idle(const KeyEvent& event, QList<TapNotification>& 
 {
     const bool startKey = event.keyCode == KeyCode::Backslash || event.keyCode == KeyCode::Slash ||
                           event.text == QLatin1String("\\") || event.text == QLatin1String("/");
-    if (!startKey || event.hasModifier()) {
+    if (!startKey || event.hasModifier() || panelFieldHasKeyboard) {
         return pass();
     }
     queryBuffer.clear();

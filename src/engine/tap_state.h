@@ -39,8 +39,12 @@ public:
     bool pickerActive = false;    // the picker owns the typed keys
     bool triggerTracking = false; // a trigger is being typed in another application
     bool imagePromptMode = false; // keys go to the image prompt of the picker
-    QString triggerBuffer;        // the trigger so far, with the character that started it
-    QString queryBuffer;          // what was typed while the picker owned the keys
+    // One of the picker's own text fields has the keyboard: what is typed there is text for it,
+    // so no trigger starts ("/ty" in a prompt is a mention, not an expansion).
+    bool panelFieldHasKeyboard = false;
+    QString triggerBuffer; // the trigger so far, with the character that started it
+    QString queryBuffer;   // what was typed while the picker owned the keys
+    quint64 keysSeen = 0;  // every key decided, for "was anything typed since?"
 
     TapDecision handle(const KeyEvent& event, QList<TapNotification>& notifications);
 

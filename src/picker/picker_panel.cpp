@@ -1,5 +1,6 @@
 #include "picker/picker_panel.h"
 
+#include "picker/command_faces.h"
 #include "picker/picker_geometry.h"
 #include "picker/picker_rows.h"
 #include "shell/ui/design.h"
@@ -16,6 +17,7 @@
 #include <QLoggingCategory>
 #include <QMenu>
 #include <QMouseEvent>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QResizeEvent>
 #include <QScreen>
@@ -83,6 +85,11 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     , m_area(new QComboBox(this))
     , m_transparency(new QSlider(Qt::Horizontal, this))
     , m_transparencyText(new QLabel(this))
+    , m_faces(new QStackedWidget(this))
+    , m_shortcutsFace(new QWidget(m_faces))
+    , m_rewriteFace(new RewriteFace(defaults, m_faces))
+    , m_promptFace(new PromptFace(defaults, m_faces))
+    , m_imageFace(new ImageFace(defaults, m_faces))
 {
     // Never the active window: the application in front keeps the keyboard and the trigger.
     setAttribute(Qt::WA_ShowWithoutActivating);
@@ -208,9 +215,16 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     size->addWidget(transparencyText);
     sizeRow->setVisible(false);
     connect(resize, &QPushButton::toggled, sizeRow, &QWidget::setVisible);
-    auto* layout = new QVBoxLayout(this);
-    layout->setSizeConstraint(QLayout::SetNoConstraint); // the window's size is the screen share's
-    layout->setContentsMargins(8, 6, 8, 6);
+    auto* outer = new QVBoxLayout(this);
+    outer->setSizeConstraint(QLayout::SetNoConstraint); // the window's size is the screen share's
+    outer->setContentsMargins(8, 6, 8, 6);
+    outer->addWidget(m_faces);
+    m_faces->addWidget(m_shortcutsFace);
+    m_faces->addWidget(m_rewriteFace);
+    m_faces->addWidget(m_promptFace);
+    m_faces->addWidget(m_imageFace);
+    auto* layout = new QVBoxLayout(m_shortcutsFace);
+    layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(4);
     layout->addLayout(header);
     layout->addWidget(hint);
@@ -222,6 +236,16 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     layout->addLayout(footer); // below the rows: the first row stays where the eye expects it
     layout->addWidget(sizeRow);
 
+    connect(m_rewriteFace, &RewriteFace::closeRequested, this, &PickerPanel::hidePanel);
+    connect(m_promptFace, &PromptFace::closeRequested, this, &PickerPanel::hidePanel);
+    connect(m_imageFace, &ImageFace::closeRequested, this, &PickerPanel::hidePanel);
+    connect(m_rewriteFace, &RewriteFace::fieldWanted, this, &PickerPanel::focusTextField);
+    connect(m_promptFace, &PromptFace::fieldWanted, this, &PickerPanel::focusTextField);
+    connect(m_imageFace, &ImageFace::fieldWanted, this, &PickerPanel::focusTextField);
+    connect(m_rewriteFace, &RewriteFace::pasteRequested, this, &PickerPanel::rewritePasteRequested);
+    connect(m_promptFace, &PromptFace::pasteRequested, this, &PickerPanel::promptPasteRequested);
+    connect(m_promptFace, &PromptFace::copyRequested, this, &PickerPanel::promptCopyRequested);
+    connect(m_promptFace, &PromptFace::mediaCopyRequested, this, &PickerPanel::promptMediaCopyRequested);
     connect(&m_search, &PickerSearch::resultsChanged, this, &PickerPanel::showResults);
     connect(&m_search, &PickerSearch::stateChanged, this, [this] {
         showResults();
@@ -363,6 +387,7 @@ void PickerPanel::showFor(const DB& db)
     move(pickerOrigin(frame, size, stored).toPoint());
     m_search.value.clear();
     m_query->setText(QStringLiteral("Search shortcuts…"));
+    showFace(m_shortcutsFace);
     show();
     raise();
     restart();
@@ -413,8 +438,10 @@ void PickerPanel::resizeEvent(QResizeEvent* event)
 void PickerPanel::hideEvent(QHideEvent* event)
 {
     // However it closes (here, or by the window manager), the next opening leaves the keyboard
-    // where it is.
+    // where it is, and a request of a command face stops.
     setRefusesFocus(true);
+    setFieldHasKeyboard(false);
+    showFace(m_shortcutsFace);
     QWidget::hideEvent(event);
     emit closed();
 }
@@ -449,6 +476,119 @@ void PickerPanel::focusTextField(QWidget* field)
     field->setFocusPolicy(Qt::StrongFocus);
     activateWindow();
     field->setFocus(Qt::OtherFocusReason);
+    setFieldHasKeyboard(true);
+}
+
+void PickerPanel::setFieldHasKeyboard(bool has)
+{
+    if (has != m_fieldHasKeyboard) {
+        m_fieldHasKeyboard = has;
+        emit fieldKeyboardChanged(has);
+    }
+}
+
+void PickerPanel::changeEvent(QEvent* event)
+{
+    // A click into another application takes the keyboard back: triggers work there again.
+    if (event->type() == QEvent::ActivationChange && m_fieldHasKeyboard && !isActiveWindow()) {
+        setFieldHasKeyboard(false);
+    }
+    QWidget::changeEvent(event);
+}
+
+void PickerPanel::keyPressEvent(QKeyEvent* event)
+{
+    // With a field's keyboard the tap leaves Escape to the panel; it closes as it would there.
+    if (event->key() == Qt::Key_Escape) {
+        hidePanel();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+PickerPanel::Face PickerPanel::face() const
+{
+    QWidget* current = m_faces->currentWidget();
+    if (current == m_rewriteFace) {
+        return Face::Rewrite;
+    }
+    if (current == m_promptFace) {
+        return Face::Prompt;
+    }
+    if (current == m_imageFace) {
+        return Face::Image;
+    }
+    return Face::Shortcuts;
+}
+
+void PickerPanel::showFace(QWidget* face)
+{
+    if (face == m_faces->currentWidget()) {
+        return;
+    }
+    // Leaving a command face forgets its text and stops its request.
+    m_rewriteFace->reset();
+    m_promptFace->reset();
+    m_imageFace->reset();
+    m_faces->setCurrentWidget(face);
+}
+
+bool PickerPanel::ensureShown()
+{
+    if (!isVisible()) {
+        if (!m_db) {
+            return false;
+        }
+        showFor(*m_db);
+    }
+    return true;
+}
+
+void PickerPanel::enterPromptCommand(const QString& payload, int removeCount)
+{
+    if (!ensureShown()) {
+        return;
+    }
+    m_queryQueued = false;
+    showFace(m_promptFace);
+    m_promptFace->enter(payload, removeCount, m_db);
+    resizeForImageMode(true);
+}
+
+void PickerPanel::enterRewriteCommand(const QString& text, int removeCount)
+{
+    if (!ensureShown()) {
+        return;
+    }
+    m_queryQueued = false;
+    showFace(m_rewriteFace);
+    m_rewriteFace->enter(text, removeCount);
+    resizeForImageMode(true);
+}
+
+void PickerPanel::enterImageCommand(const QString& payload)
+{
+    if (!ensureShown()) {
+        return;
+    }
+    m_queryQueued = false;
+    showFace(m_imageFace);
+    m_imageFace->enter(payload);
+    resizeForImageMode(true);
+}
+
+void PickerPanel::focusPromptEditor()
+{
+    if (face() == Face::Prompt) {
+        focusTextField(m_promptFace->editor());
+    }
+}
+
+void PickerPanel::imagePromptInput(const QString& text)
+{
+    if (isVisible() && face() == Face::Image) {
+        m_imageFace->input(text);
+    }
 }
 
 void PickerPanel::setQuery(const QString& text)
@@ -459,7 +599,7 @@ void PickerPanel::setQuery(const QString& text)
     }
     m_queryQueued = true;
     QTimer::singleShot(0, this, [this] {
-        if (!m_queryQueued) {
+        if (!m_queryQueued || face() != Face::Shortcuts) {
             return; // closed meanwhile
         }
         m_queryQueued = false;
@@ -471,7 +611,11 @@ void PickerPanel::setQuery(const QString& text)
 
 void PickerPanel::chooseFirst()
 {
-    if (isVisible() && !m_search.results().isEmpty()) {
+    if (isVisible() && face() == Face::Rewrite) {
+        m_rewriteFace->paste(); // Return takes what the face shows, not a row out of sight
+        return;
+    }
+    if (isVisible() && face() == Face::Shortcuts && !m_search.results().isEmpty()) {
         choose(m_search.results().first());
     }
 }

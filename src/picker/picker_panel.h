@@ -15,7 +15,10 @@ namespace tavo {
 
 class DB;
 class Defaults;
+class ImageFace;
 class PickerRows;
+class PromptFace;
+class RewriteFace;
 
 // The floating picker: a window of its own that never takes the keyboard, so the application
 // the user types in keeps it and the typed trigger goes on arriving there. It follows the query
@@ -47,6 +50,28 @@ public:
     // stops refusing the focus and gives it to `field`, one of its own widgets, until it closes.
     void focusTextField(QWidget* field);
     bool refusesFocus() const;
+    // Whether one of the panel's text fields has the keyboard now.
+    bool fieldHasKeyboard() const { return m_fieldHasKeyboard; }
+
+    // The command faces. Each opens the panel if it is closed, and takes its large size.
+    enum class Face
+    {
+        Shortcuts,
+        Rewrite,
+        Prompt,
+        Image,
+    };
+    Face face() const;
+    void enterPromptCommand(const QString& payload, int removeCount);
+    void enterRewriteCommand(const QString& text, int removeCount);
+    void enterImageCommand(const QString& payload);
+    // The prompt editor takes the keyboard (once the typed command has left the target).
+    void focusPromptEditor();
+    // A key for the image prompt, as the tap sends it.
+    void imagePromptInput(const QString& text);
+    RewriteFace* rewriteFace() const { return m_rewriteFace; }
+    PromptFace* promptFace() const { return m_promptFace; }
+    ImageFace* imageFace() const { return m_imageFace; }
 
 signals:
     void chosen(const Clip& clip);
@@ -59,6 +84,13 @@ signals:
     // However it closed: whatever gave the panel the keyboard (an inline command's state in the
     // tap) ends with it.
     void closed();
+    // One of its text fields took the keyboard (the tap then leaves typed keys to it and starts
+    // no trigger), or lost it.
+    void fieldKeyboardChanged(bool has);
+    void rewritePasteRequested(const QString& text, int removeCount);
+    void promptPasteRequested(const QString& text, int removeCount, const QStringList& mediaPaths);
+    void promptCopyRequested(const QString& text);
+    void promptMediaCopyRequested(const QStringList& mediaPaths);
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;
@@ -66,6 +98,8 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void hideEvent(QHideEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void changeEvent(QEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     void applyTheme();
@@ -79,6 +113,9 @@ private:
     void choose(const Clip& clip);
     void setRefusesFocus(bool refuses);
     void fitInto(double areaPercent);
+    void showFace(QWidget* face);
+    void setFieldHasKeyboard(bool has);
+    bool ensureShown();
 
     Defaults& m_defaults;
     PickerSearch m_search;
@@ -101,6 +138,12 @@ private:
     QComboBox* m_area;
     QSlider* m_transparency;
     QLabel* m_transparencyText;
+    QStackedWidget* m_faces;
+    QWidget* m_shortcutsFace;
+    RewriteFace* m_rewriteFace;
+    PromptFace* m_promptFace;
+    ImageFace* m_imageFace;
+    bool m_fieldHasKeyboard = false;
 };
 
 } // namespace tavo

@@ -289,6 +289,12 @@ CollectionLibraryPage::CollectionLibraryPage(DB& db, QWidget* parent)
     titleRow->addWidget(m_rename);
     titleRow->addWidget(m_hide);
     titleRow->addWidget(m_newRecord);
+    // A collection travels as a package; "All collections" shares every shortcut.
+    auto* share = new QPushButton(design::icon(QStringLiteral("document-share")), QStringLiteral("Share…"), this);
+    share->setObjectName(QStringLiteral("shareCollection"));
+    design::name(share, QStringLiteral("Share collection"));
+    connect(share, &QPushButton::clicked, this, [this] { emit shareRequested(m_selected); });
+    titleRow->addWidget(share);
     auto* modeRow = new QHBoxLayout;
     modeRow->setSpacing(spacing);
     modeRow->addWidget(m_shortcutsMode);

@@ -96,6 +96,8 @@ signals:
     void editRequested(const Clip& clip);
     void newShortcutRequested(const QString& group);
     void noticeRequested(const QString& text);
+    // The collection shown, or "All collections", to be shared as a package.
+    void shareRequested(const QString& collection);
     // Extra copies among repeated shortcuts and identical collections, for the Dashboard.
     void duplicatesCounted(qint64 extraShortcuts, qint64 extraCollections);
     // A load's result, or the shortcut list's, is on screen.

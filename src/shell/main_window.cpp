@@ -1,8 +1,12 @@
 #include "shell/main_window.h"
 
+#include "exchange/shortcut_share.h"
 #include "shell/api_configuration_page.h"
+#include "shell/bulk_media_sheet.h"
+#include "shell/bulk_sheet.h"
 #include "shell/collection_library_page.h"
 #include "shell/dashboard_page.h"
+#include "shell/exchange_actions.h"
 #include "shell/registration_view.h"
 #include "shell/settings_page.h"
 #include "shell/shortcut_editor.h"
@@ -25,6 +29,7 @@
 #include <QLineEdit>
 #include <QLoggingCategory>
 #include <QMenu>
+#include <QMenuBar>
 #include <QShortcut>
 #include <QStackedWidget>
 #include <QStandardPaths>
@@ -142,6 +147,7 @@ MainWindow::MainWindow(DB& db, TavoAccountStore& accounts, Defaults& defaults, Q
     m_screens->addWidget(m_registration);
     m_screens->addWidget(buildWorkspace());
     setCentralWidget(m_screens);
+    buildFileMenu();
     resize(1040, 680);
     if (const std::optional<QString> geometry = m_defaults.string(geometryKey)) {
         restoreGeometry(QByteArray::fromBase64(geometry->toLatin1()));
@@ -190,10 +196,11 @@ QWidget* MainWindow::buildWorkspace()
                                          this, [this] { newShortcut(); });
     newAction->setShortcut(QKeySequence::New);
     addAction(newAction); // Ctrl+N works with the menu closed
-    for (const QString& later :
-         {QStringLiteral("Paste many"), QStringLiteral("Bulk media"), QStringLiteral("Crop Screen")}) {
-        menu->addAction(later)->setEnabled(false); // their tools come later
-    }
+    menu->addAction(design::icon(QStringLiteral("text-csv")), QStringLiteral("Paste many"), this,
+                    &MainWindow::openBulkSheet);
+    menu->addAction(design::icon(QStringLiteral("folder-pictures")), QStringLiteral("Bulk media"), this,
+                    &MainWindow::openBulkMediaSheet);
+    menu->addAction(QStringLiteral("Crop Screen"))->setEnabled(false); // its tool comes later
     quickAdd->setMenu(menu);
     m_header->addAction(quickAdd);
 
@@ -205,7 +212,13 @@ QWidget* MainWindow::buildWorkspace()
         setSection(QStringLiteral("Collections"));
         m_collections->openNewCollection();
     });
+    m_exchange = new ExchangeActions(m_db, m_accounts, this);
+    connect(m_exchange, &ExchangeActions::notice, this, &MainWindow::setNotice);
+    connect(m_exchange, &ExchangeActions::warning, this, &MainWindow::setWarning);
     m_list = new ShortcutListPage(m_db, workspace);
+    connect(m_list, &ShortcutListPage::shareRequested, this, [this](const QList<Clip>& clips) {
+        m_exchange->shareShortcuts(ShareText::selectedShortcutsTitle, clips, m_list);
+    });
     connect(m_list, &ShortcutListPage::editRequested, this, [this](const Clip& clip) { openEditor(clip); });
     connect(m_list, &ShortcutListPage::noticeRequested, this, &MainWindow::setNotice);
     connect(m_list, &ShortcutListPage::newShortcutRequested, this, &MainWindow::newShortcut);
@@ -213,6 +226,8 @@ QWidget* MainWindow::buildWorkspace()
     connect(m_collections, &CollectionLibraryPage::editRequested, this, [this](const Clip& clip) { openEditor(clip); });
     connect(m_collections, &CollectionLibraryPage::newShortcutRequested, this, &MainWindow::newShortcut);
     connect(m_collections, &CollectionLibraryPage::noticeRequested, this, &MainWindow::setNotice);
+    connect(m_collections, &CollectionLibraryPage::shareRequested, this,
+            [this](const QString& name) { m_exchange->shareCollection(name, m_collections); });
     // The scorecard's repeats come from the library's own load, never from the window's thread.
     connect(m_collections, &CollectionLibraryPage::duplicatesCounted, m_dashboard, &DashboardPage::setDuplicateCounts);
     m_settings = new SettingsPage(m_accounts, m_defaults, workspace);
@@ -250,6 +265,60 @@ QWidget* MainWindow::buildWorkspace()
     layout->addWidget(m_menu);
     layout->addLayout(content, 1);
     return workspace;
+}
+
+void MainWindow::buildFileMenu()
+{
+    QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    file->setObjectName(QStringLiteral("fileMenu"));
+    const auto add = [this, file](const QString& icon, const QString& text, auto slot) {
+        QAction* action = file->addAction(design::icon(icon), text, m_exchange, slot);
+        m_fileActions << action;
+        return action;
+    };
+    add(QStringLiteral("document-import"), QStringLiteral("Import shortcut package…"),
+        &ExchangeActions::importSharedShortcut);
+    add(QStringLiteral("document-share"), QStringLiteral("Share all shortcuts…"),
+        [this] { m_exchange->shareCollection(ShareText::allCollections); });
+    file->addSeparator();
+    add(QStringLiteral("document-save"), QStringLiteral("Back up profile…"), &ExchangeActions::exportProfileBackup);
+    add(QStringLiteral("document-revert"), QStringLiteral("Restore from backup…"),
+        &ExchangeActions::importProfileBackup);
+    file->addSeparator();
+    add(QStringLiteral("text-csv"), QStringLiteral("Import CSV…"), [this] { openBulkSheet(); });
+    add(QStringLiteral("document-export"), QStringLiteral("Export CSV…"), &ExchangeActions::exportCSV);
+    file->addSeparator();
+    file->addAction(design::icon(QStringLiteral("window-close")), QStringLiteral("Close window"), this, &QWidget::close,
+                    QKeySequence::Close);
+    m_settings->setDataActions(m_fileActions);
+    // One archive at a time: the actions wait while one is being made or read.
+    connect(m_exchange, &ExchangeActions::busyChanged, this, [this](bool busy) {
+        for (QAction* action : std::as_const(m_fileActions)) {
+            action->setEnabled(!busy);
+        }
+    });
+}
+
+void MainWindow::openBulkSheet()
+{
+    if (!m_accounts.isAuthenticated()) {
+        return;
+    }
+    auto* sheet = new BulkSheet(m_db, this);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    connect(sheet, &BulkSheet::imported, this, &MainWindow::setNotice);
+    sheet->open();
+}
+
+void MainWindow::openBulkMediaSheet()
+{
+    if (!m_accounts.isAuthenticated()) {
+        return;
+    }
+    auto* sheet = new BulkMediaSheet(m_db, this);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    connect(sheet, &BulkMediaSheet::saved, this, &MainWindow::setNotice);
+    sheet->open();
 }
 
 void MainWindow::setSection(const QString& section)
@@ -372,6 +441,8 @@ void MainWindow::addClipboardShortcut()
 
 void MainWindow::showAccountState()
 {
+    // The File menu acts on a profile: without an account there is none.
+    menuBar()->setVisible(m_accounts.isAuthenticated());
     if (m_accounts.isAuthenticated()) {
         m_settings->showAccount();
         m_screens->setCurrentIndex(1); // the list follows the profile's activation

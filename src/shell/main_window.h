@@ -15,6 +15,7 @@ class ApiConfigurationPage;
 class CollectionLibraryPage;
 class DB;
 class DashboardPage;
+class ExchangeActions;
 class Defaults;
 class InlineMessage;
 class PageHeader;
@@ -51,6 +52,11 @@ public:
     CollectionLibraryPage* collections() const { return m_collections; }
     ApiConfigurationPage* apiConfiguration() const { return m_apiConfiguration; }
     RegistrationView* registration() const { return m_registration; }
+    ExchangeActions* exchange() const { return m_exchange; }
+
+    // "Paste many" and "Bulk media", from the Add menu, the File menu and the picker.
+    void openBulkSheet();
+    void openBulkMediaSheet();
 
     // The editor over the window: a shortcut to edit or a draft, or nothing for a new one.
     void openEditor(const std::optional<Clip>& chosen, const QString& defaultGroup = {});
@@ -76,6 +82,7 @@ protected:
 
 private:
     QWidget* buildWorkspace();
+    void buildFileMenu();
     void openSectionAt(int index);
     void focusPageSearch();
 
@@ -95,6 +102,8 @@ private:
     CollectionLibraryPage* m_collections = nullptr;
     SettingsPage* m_settings = nullptr;
     ApiConfigurationPage* m_apiConfiguration = nullptr;
+    ExchangeActions* m_exchange = nullptr;
+    QList<QAction*> m_fileActions;
     bool m_sidebarCollapsed = false;
     bool m_sidebarHidden = false;
     bool m_painted = false;

@@ -11,11 +11,13 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFormLayout>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QSlider>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace tavo {
@@ -125,6 +127,10 @@ SettingsPage::SettingsPage(TavoAccountStore& accounts, Defaults& defaults, QWidg
     left->addStretch();
     right->addWidget(picker);
     right->addWidget(window);
+    m_data = new Card(QStringLiteral("Import and export"), QStringLiteral("document-export"), this);
+    m_data->setObjectName(QStringLiteral("dataCard"));
+    m_data->hide(); // filled by the window with its File menu's actions
+    right->addWidget(m_data);
     right->addStretch();
     columns->addLayout(left, 1);
     columns->addLayout(right, 1);
@@ -154,6 +160,25 @@ void SettingsPage::setKeyboardProblem(const QString& problem)
             : QStringLiteral("Keyboard access: not available. %1 Tavo follows typing in an X11 session whose "
                              "server offers XTEST; log in to an X11 (Xorg) session and start Tavo again.")
                   .arg(problem));
+}
+
+void SettingsPage::setDataActions(const QList<QAction*>& actions)
+{
+    auto* grid = new QGridLayout;
+    grid->setSpacing(design::step(this));
+    int at = 0;
+    for (QAction* action : actions) {
+        // The button follows the action: its text, icon and whether it can run now.
+        auto* button = new QToolButton(m_data);
+        button->setDefaultAction(action);
+        button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+        button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+        design::name(button, action->text().remove(QStringLiteral("…")));
+        grid->addWidget(button, at / 2, at % 2);
+        ++at;
+    }
+    m_data->body()->addLayout(grid);
+    m_data->show();
 }
 
 void SettingsPage::showAccount()

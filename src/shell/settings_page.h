@@ -2,12 +2,15 @@
 
 #include <QWidget>
 
+class QAction;
 class QCheckBox;
 class QComboBox;
 class QLabel;
 class QSlider;
 
 namespace tavo {
+
+class Card;
 
 class Defaults;
 class TavoAccountStore;
@@ -25,6 +28,8 @@ public:
     void setKeyboardProblem(const QString& problem);
     void showAccount();
     void setMenuOptions(bool labelsHidden, bool menuHidden);
+    // The window's package, backup and CSV actions, as buttons in a card of their own.
+    void setDataActions(const QList<QAction*>& actions);
 
 signals:
     void noticeRequested(const QString& text);
@@ -43,6 +48,7 @@ private:
     QComboBox* m_area;
     QSlider* m_transparency;
     QLabel* m_transparencyText;
+    Card* m_data = nullptr;
 };
 
 } // namespace tavo

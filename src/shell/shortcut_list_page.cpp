@@ -173,6 +173,8 @@ ShortcutListPage::ShortcutListPage(DB& db, QWidget* parent)
     m_editAction = m_menu->addAction(design::icon(QStringLiteral("document-edit")), QStringLiteral("Edit"));
     m_copyAction = m_menu->addAction(design::icon(QStringLiteral("edit-copy")), QStringLiteral("Copy text"));
     m_moveAction = m_menu->addAction(design::icon(QStringLiteral("folder-move")), QStringLiteral("Move…"));
+    QAction* shareAction = m_menu->addAction(design::icon(QStringLiteral("document-share")), QStringLiteral("Share…"));
+    connect(shareAction, &QAction::triggered, this, [this] { emit shareRequested(selectedClips()); });
     m_menu->addSeparator();
     m_deleteAction = m_menu->addAction(design::icon(QStringLiteral("edit-delete")), QStringLiteral("Delete"));
     m_editAction->setShortcuts({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});

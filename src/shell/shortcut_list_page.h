@@ -98,6 +98,8 @@ public:
 signals:
     void editRequested(const Clip& clip);
     void noticeRequested(const QString& text);
+    // The selected shortcuts, to be shared as a package.
+    void shareRequested(const QList<Clip>& clips);
     // The empty state's "New shortcut": the window opens the editor with `group` preset.
     void newShortcutRequested(const QString& group);
     void filtered(); // a run's result is on screen

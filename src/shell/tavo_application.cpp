@@ -182,6 +182,25 @@ void TavoApplication::connectPicker()
         m_delegate->setImagePromptMode(false);
     });
     connect(picker, &PickerPanel::showHiddenOnlyChanged, m_runner.get(), &ExpansionRunner::setPickerShowsHiddenOnly);
+
+    // Inline commands: the runner hands the picker a face, the face hands back what to paste.
+    ExpansionRunner* runner = m_runner.get();
+    connect(runner, &ExpansionRunner::promptCommandEntered, picker, &PickerPanel::enterPromptCommand);
+    connect(runner, &ExpansionRunner::rewriteCommandEntered, picker, &PickerPanel::enterRewriteCommand);
+    connect(runner, &ExpansionRunner::imageCommandEntered, picker, &PickerPanel::enterImageCommand);
+    connect(runner, &ExpansionRunner::promptEditorFocusRequested, picker, &PickerPanel::focusPromptEditor);
+    connect(runner, &ExpansionRunner::pickerQueryRequested, picker, &PickerPanel::setQuery);
+    connect(m_delegate.get(), &QuillAppDelegate::imagePromptInput, picker, [this](const QString& text) {
+        m_picker->imagePromptInput(text == QLatin1String("__PASTE__") ? m_pasteboard->string() : text);
+    });
+    connect(picker, &PickerPanel::fieldKeyboardChanged, m_delegate.get(), [this](bool has) {
+        m_delegate->setPanelFieldHasKeyboard(has);
+        qCInfo(lcShell) << (has ? "a picker field has the keyboard" : "the picker's fields gave the keyboard back");
+    });
+    connect(picker, &PickerPanel::rewritePasteRequested, runner, &ExpansionRunner::pasteRewrite);
+    connect(picker, &PickerPanel::promptPasteRequested, runner, &ExpansionRunner::pastePrompt);
+    connect(picker, &PickerPanel::promptCopyRequested, runner, &ExpansionRunner::copyPrompt);
+    connect(picker, &PickerPanel::promptMediaCopyRequested, runner, &ExpansionRunner::copyPromptMedia);
     connect(picker, &PickerPanel::openTavoRequested, this, &TavoApplication::showMainWindow);
     connect(m_window.get(), &MainWindow::pickerRequested, picker, [this] {
         if (m_accounts->isAuthenticated()) {

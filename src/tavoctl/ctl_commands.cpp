@@ -40,7 +40,8 @@ Commands:
                                Make a shortcut package and print its path.
   import FILE                  Add the shortcuts of a package.
   backup [FILE]                Save the whole profile to a zip (default: on the Desktop).
-  restore FILE                 Replace the shortcuts by those of a backup.
+  restore FILE                 Replace the shortcuts, collections and records by those of a
+                               backup; media of yours is never overwritten.
   csv import FILE|- [--collection NAME]... [--download-media]
                                Add shortcuts from CSV rows.
   csv export FILE              Write every shortcut as CSV.
@@ -50,8 +51,8 @@ Commands:
   prompt expand [--json]       Expand shortcut mentions in the prompt read from standard input.
   builder list|show|render|new|set|unset ...
                                Builder apps; see 'tavoctl builder --help'.
-  browser tabs|open|close|group ...
-                               The built-in browser's tabs; see 'tavoctl browser --help'.
+  browser tabs|open|close|group|links|save|unsave|collections|import|private ...
+                               The built-in browser's workspace; see 'tavoctl browser --help'.
   help                         Show this help.
 
 Options take their value as the next argument or after "=", and "--" ends the options.
@@ -103,7 +104,6 @@ int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextSt
         {QLatin1String("restore"), restore},
         {QLatin1String("csv"), csv},
         {QLatin1String("builder"), builder},
-        {QLatin1String("browser"), browser},
     };
     for (const auto& [name, command_] : commands) {
         if (command == name) {
@@ -116,6 +116,9 @@ int run(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextSt
     }
     if (command == QLatin1String("ai")) {
         return ai(rest, in, out, err);
+    }
+    if (command == QLatin1String("browser")) {
+        return browser(rest, in, out, err);
     }
     if (command == QLatin1String("prompt")) {
         return prompt(rest, in, out, err);

@@ -34,6 +34,7 @@ int prompt(const QStringList& arguments, QTextStream& in, QTextStream& out, QTex
 
 // Builder apps and the built-in browser's workspace.
 int builder(const QStringList& arguments, QTextStream& out, QTextStream& err);
-int browser(const QStringList& arguments, QTextStream& out, QTextStream& err);
+// A passcode is read from `in`.
+int browser(const QStringList& arguments, QTextStream& in, QTextStream& out, QTextStream& err);
 
 } // namespace tavo::ctl

@@ -1,112 +1,22 @@
 #include "ai/text_client.h"
+#include "fake_provider.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QPointer>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTest>
-#include <QTimer>
 
 #include <memory>
 
+#include <sys/resource.h>
+
 using namespace tavo;
+using tavo::test::FakeProvider;
 
 namespace {
 
 const QString secretKey = QStringLiteral("sk-test-4242");
-
-// A provider on 127.0.0.1 that records one request and answers from a script.
-class FakeProvider : public QObject
-{
-public:
-    enum class Fault
-    {
-        None,
-        CloseAtOnce, // drops the connection once the request is in
-        Silent,      // reads the request and never answers
-        Trickle,     // answers headers, then one body byte every 200 ms
-    };
-
-    struct Recorded
-    {
-        QByteArray method;
-        QByteArray path;
-        QMap<QByteArray, QByteArray> headers; // lower-cased names
-        QByteArray body;
-    };
-
-    int status = 200;
-    QByteArray responseBody;
-    QByteArray extraHeaders;
-    Fault fault = Fault::None;
-    QList<Recorded> requests;
-
-    FakeProvider() { QVERIFY(m_server.listen(QHostAddress::LocalHost, 0)); }
-
-    void start()
-    {
-        connect(&m_server, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
-                socket->setParent(this);
-                connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onData(socket); });
-            }
-        });
-    }
-
-    QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort()); }
-
-private:
-    void onData(QTcpSocket* socket)
-    {
-        QByteArray& buffer = m_buffers[socket];
-        buffer += socket->readAll();
-        const qsizetype headerEnd = buffer.indexOf("\r\n\r\n");
-        if (headerEnd < 0) {
-            return;
-        }
-        Recorded request;
-        const QList<QByteArray> lines = buffer.left(headerEnd).split('\n');
-        const QList<QByteArray> first = lines.first().trimmed().split(' ');
-        request.method = first.value(0);
-        request.path = first.value(1);
-        for (qsizetype i = 1; i < lines.size(); ++i) {
-            const qsizetype colon = lines[i].indexOf(':');
-            request.headers.insert(lines[i].left(colon).trimmed().toLower(), lines[i].mid(colon + 1).trimmed());
-        }
-        const qsizetype length = request.headers.value("content-length").toLongLong();
-        if (buffer.size() < headerEnd + 4 + length) {
-            return;
-        }
-        request.body = buffer.mid(headerEnd + 4, length);
-        buffer.clear();
-        requests.append(request);
-        switch (fault) {
-        case Fault::CloseAtOnce:
-            socket->abort();
-            return;
-        case Fault::Silent:
-            return;
-        case Fault::Trickle: {
-            socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 100000\r\n\r\n");
-            auto* drip = new QTimer(socket);
-            connect(drip, &QTimer::timeout, socket, [socket] { socket->write(" "); });
-            drip->start(200);
-            return;
-        }
-        case Fault::None:
-            break;
-        }
-        socket->write("HTTP/1.1 " + QByteArray::number(status) + " Status\r\n" + extraHeaders +
-                      "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(responseBody.size()) +
-                      "\r\nConnection: close\r\n\r\n" + responseBody);
-        socket->disconnectFromHost();
-    }
-
-    QTcpServer m_server;
-    QHash<QTcpSocket*, QByteArray> m_buffers;
-};
 
 CollectionAIModelProfile profileFor(const QString& provider, const QString& model,
                                     std::optional<QString> baseURL = std::nullopt)
@@ -189,7 +99,8 @@ void TestTextClient::initTestCase()
 void TestTextClient::init()
 {
     m_server = std::make_unique<FakeProvider>();
-    m_server->start();
+    QVERIFY(m_server->isListening());
+    m_server->trickleIntervalMs = 200;
     qputenv("TAVO_OPENAI_API_BASE", m_server->base().toUtf8());
     qputenv("TAVO_ANTHROPIC_API_BASE", m_server->base().toUtf8());
     qputenv("TAVO_GEMINI_API_BASE", (m_server->base() + u'/').toUtf8());
@@ -427,6 +338,8 @@ void TestTextClient::transportFailures_data()
                                         << "Could not connect to the server.";
     QTest::newRow("dropped-connection") << "dropped" << int(NetworkErrorConnectionLost)
                                         << "The network connection was lost.";
+    QTest::newRow("dropped-in-the-middle-of-the-body")
+        << "midbody" << int(NetworkErrorConnectionLost) << "The network connection was lost.";
     QTest::newRow("silent-server-hits-deadline") << "silent" << int(NetworkErrorTimedOut) << "The request timed out.";
     QTest::newRow("trickling-server-hits-whole-request-deadline")
         << "trickle" << int(NetworkErrorTimedOut) << "The request timed out.";
@@ -447,6 +360,9 @@ void TestTextClient::transportFailures()
         profile.baseURL = base;
     } else if (scenario == u"dropped") {
         m_server->fault = FakeProvider::Fault::CloseAtOnce;
+    } else if (scenario == u"midbody") {
+        m_server->fault = FakeProvider::Fault::CloseMidBody;
+        m_server->responseBody = R"({"output_text":"never whole"})";
     } else if (scenario == u"silent" || scenario == u"trickle") {
         m_server->fault = scenario == u"silent" ? FakeProvider::Fault::Silent : FakeProvider::Fault::Trickle;
         qputenv("TAVO_AI_TIMEOUT_SECONDS", "1");
@@ -468,7 +384,7 @@ void TestTextClient::transportFailures()
 void TestTextClient::redirectIsNotFollowed()
 {
     FakeProvider elsewhere;
-    elsewhere.start();
+    QVERIFY(elsewhere.isListening());
     m_server->status = 307;
     m_server->extraHeaders = "Location: " + elsewhere.base().toUtf8() + "/v1/responses\r\n";
     m_server->responseBody = "moved";
@@ -485,13 +401,21 @@ void TestTextClient::redirectIsNotFollowed()
 
 void TestTextClient::hugeAnswerFails()
 {
-    m_server->responseBody = R"({"output_text":")" + QByteArray(aiMaxAnswerBytes, 'a') + R"("})";
+    m_server->fault = FakeProvider::Fault::HugeBody; // 100 MiB, streamed
+    const auto peakKiB = [] {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss;
+    };
+    const long peakBefore = peakKiB();
     QObject context;
     const auto outcome = run(profileFor(QStringLiteral("OpenAI"), QStringLiteral("m")), {}, &context);
     QTRY_VERIFY_WITH_TIMEOUT(outcome->called, 20000);
     QVERIFY(!outcome->result->ok());
     QCOMPARE(outcome->result->error().code, 2);
     QCOMPARE(outcome->result->error().description, QStringLiteral("Could not read the model response."));
+    // The answer is given up at its cap, not held whole.
+    QVERIFY2(peakKiB() - peakBefore < 48 * 1024, qPrintable(QString::number(peakKiB() - peakBefore)));
 }
 
 void TestTextClient::cancellation_data()

@@ -107,6 +107,8 @@ void TestExpansionPlan::decisions_data()
     row("a tab skips the commands", "\\paste", "\t", Kind::Paste, "a key named paste\t");
     row("\\img needs a backslash", "/img", " ", Kind::Paste, "a key named img ");
     row("\\img-prompt is a command", "\\img-a cat", " ", Kind::InlineCommand, "\\img-a cat");
+    row("a tone rewrite is a command", "\\paste.F", "\r", Kind::InlineCommand, "\\paste.F");
+    row("a tone needs the backslash", "/r", " ", Kind::NoMatch, "");
     row("a lone record wins over a clip", "\\acme", " ", Kind::Paste, "Acme Ltd\nEmail: a@acme.test\nPhone: 555 ");
     row("two records of one alias stand for nothing", "\\twin", " ", Kind::NoMatch, "");
     row("a hidden collection's shortcut is not found", "\\secret", " ", Kind::NoMatch, "");

@@ -1,11 +1,18 @@
+#include "ai/model_profile_store.h"
 #include "engine/expansion_runner.h"
+#include "engine/inline_commands.h"
 #include "engine/quill_app_delegate.h"
+#include "fake_provider.h"
 #include "fakes/fake_pasteboard.h"
+#include "fakes/memory_secret_store.h"
 #include "store/accounts.h"
 #include "store/defaults.h"
+#include "store/key_store.h"
 #include "store/profile_store.h"
 #include "store/scorecard.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -115,6 +122,12 @@ private slots:
     void nothingDone();
     void theTapDecidesAnEndingKeyOnItsOwn_data();
     void theTapDecidesAnEndingKeyOnItsOwn();
+    void inlineCommandsRemoveOnceThenHandOver_data();
+    void inlineCommandsRemoveOnceThenHandOver();
+    void facesPasteWithoutRemovingAgain_data();
+    void facesPasteWithoutRemovingAgain();
+    void toneRewrites_data();
+    void toneRewrites();
 
 private:
     // As the tap hands a trigger to the main thread: planned, with the id of its ending key.
@@ -129,6 +142,7 @@ private:
     std::unique_ptr<FakeDesktop> m_desktop;
     std::unique_ptr<test::FakePasteboard> m_pasteboard;
     std::unique_ptr<ExpansionRunner> m_runner;
+    test::MemorySecretStore m_keyring;
 };
 
 void TestExpansionRunner::init()
@@ -346,6 +360,239 @@ void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn()
         QVERIFY(m_tap->releases.isEmpty());
         QCOMPARE(notices.size(), 1);
     }
+}
+
+void TestExpansionRunner::inlineCommandsRemoveOnceThenHandOver_data()
+{
+    QTest::addColumn<QString>("trigger");
+    QTest::addColumn<bool>("returnApp");  // the application typed in is known
+    QTest::addColumn<QString>("entered"); // the face and what it was given
+    QTest::addColumn<QStringList>("log");
+    QTest::addColumn<bool>("pickerActive");
+    QTest::addColumn<bool>("imagePrompt");
+    QTest::addColumn<QString>("notice");
+
+    QTest::newRow("\\p: the prompt face, then the command goes, then the editor may take the keyboard")
+        << "\\p" << true << "prompt '' 0" << words({"activate", "backspace x2", "focus"}) << false << false
+        << QString();
+    QTest::newRow("\\p- hands its payload over")
+        << "\\p-draft-mail" << true << "prompt 'draft-mail' 0" << words({"activate", "backspace x13", "focus"}) << false
+        << false << QString();
+    QTest::newRow("\\p without its application: the face's paste removes the command")
+        << "\\p" << false << "prompt '' 2" << words({"focus"}) << false << false << InlineNotice::promptNoReturnApp;
+    QTest::newRow("\\paste: the rewrite face with the clipboard, the picker owns the keys")
+        << "\\paste" << true << "rewrite 'draft text' 0" << words({"activate", "backspace x6"}) << true << false
+        << QString();
+    QTest::newRow("\\rewrite works like \\paste") << "\\rewrite" << true << "rewrite 'draft text' 0"
+                                                  << words({"activate", "backspace x8"}) << true << false << QString();
+    QTest::newRow("\\img-cat: the image face, keys go to its prompt")
+        << "\\img-cat" << true << "image 'cat'" << words({"activate", "backspace x8"}) << true << true << QString();
+}
+
+void TestExpansionRunner::inlineCommandsRemoveOnceThenHandOver()
+{
+    QFETCH(QString, trigger);
+    QFETCH(bool, returnApp);
+    QFETCH(QString, entered);
+    QFETCH(QStringList, log);
+    QFETCH(bool, pickerActive);
+    QFETCH(bool, imagePrompt);
+    QFETCH(QString, notice);
+    if (!returnApp) {
+        m_desktop->front = DesktopWindow{};
+    }
+    m_pasteboard->text = QStringLiteral("draft text");
+    QString face;
+    qsizetype removedWhenEntered = -1;
+    const auto enteredWith = [&](const QString& what) {
+        face = what;
+        removedWhenEntered = m_desktop->log.size();
+    };
+    connect(m_runner.get(), &ExpansionRunner::promptCommandEntered, this, [&](const QString& payload, int count) {
+        enteredWith(QStringLiteral("prompt '%1' %2").arg(payload).arg(count));
+    });
+    connect(m_runner.get(), &ExpansionRunner::rewriteCommandEntered, this, [&](const QString& text, int count) {
+        enteredWith(QStringLiteral("rewrite '%1' %2").arg(text).arg(count));
+    });
+    connect(m_runner.get(), &ExpansionRunner::imageCommandEntered, this,
+            [&](const QString& payload) { enteredWith(QStringLiteral("image '%1'").arg(payload)); });
+    connect(m_runner.get(), &ExpansionRunner::promptEditorFocusRequested, this,
+            [&] { m_desktop->log << QStringLiteral("focus"); });
+    QSignalSpy notices(m_runner.get(), &ExpansionRunner::noticeChanged);
+    QSignalSpy hides(m_runner.get(), &ExpansionRunner::hidePickerRequested);
+
+    typeTrigger(trigger);
+    QCOMPARE(face, entered);
+    QCOMPARE(removedWhenEntered, 0); // the panel is on screen before the text goes
+    QCOMPARE(m_desktop->log, log);
+    QCOMPARE(m_tap->releases, QList<bool>{false}); // the ending key is the command's, not the text's
+    QCOMPARE(m_delegate->pickerActive(), pickerActive);
+    QCOMPARE(m_delegate->imagePromptMode(), imagePrompt);
+    QCOMPARE(m_delegate->triggerTracking(), false);
+    QCOMPARE(notices.isEmpty(), notice.isEmpty());
+    if (!notice.isEmpty()) {
+        QCOMPARE(notices.last().first().toString(), notice);
+    }
+    QCoreApplication::processEvents();
+    QVERIFY(hides.isEmpty()); // the face stays
+    QVERIFY(!m_desktop->log.contains(QStringLiteral("paste")));
+}
+
+void TestExpansionRunner::facesPasteWithoutRemovingAgain_data()
+{
+    QTest::addColumn<QString>("face");
+    QTest::addColumn<QStringList>("media");
+    QTest::addColumn<int>("removeCount");
+    QTest::addColumn<QString>("clipboardText");
+    QTest::addColumn<bool>("mediaOnClipboard");
+    QTest::addColumn<QString>("notice");
+
+    QTest::newRow("a rewrite, the command already gone")
+        << "rewrite" << QStringList() << 0 << "Kind words " << false << "Pasted into gedit";
+    QTest::newRow("a rewrite whose command could not be removed")
+        << "rewrite" << QStringList() << 6 << "Kind words " << false << "Pasted into gedit";
+    QTest::newRow("a prompt without media pastes its text and a space")
+        << "prompt" << QStringList() << 0 << "Kind words " << false << "Pasted into gedit";
+    QTest::newRow("a prompt with media pastes the media")
+        << "prompt" << QStringList{QStringLiteral("cat.pdf")} << 0 << "" << true << "Pasted into gedit";
+}
+
+void TestExpansionRunner::facesPasteWithoutRemovingAgain()
+{
+    QFETCH(QString, face);
+    QFETCH(QStringList, media);
+    QFETCH(int, removeCount);
+    QFETCH(QString, clipboardText);
+    QFETCH(bool, mediaOnClipboard);
+    QFETCH(QString, notice);
+    QStringList files;
+    for (const QString& name : media) {
+        files << m_dir->filePath(name);
+        QFile file(files.last());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+    QSignalSpy notices(m_runner.get(), &ExpansionRunner::noticeChanged);
+    QSignalSpy hides(m_runner.get(), &ExpansionRunner::hidePickerRequested);
+    m_runner->openPicker(true);
+    m_delegate->setPanelFieldHasKeyboard(true);
+    if (face == QLatin1String("rewrite")) {
+        m_runner->pasteRewrite(QStringLiteral("Kind words"), removeCount);
+    } else {
+        m_runner->pastePrompt(QStringLiteral("Kind words"), removeCount, files);
+    }
+    QCOMPARE(hides.size(), 1); // the panel gives the keyboard back before the paste
+    QCOMPARE(m_desktop->log, words({"activate"})
+                                 << QStringLiteral("backspace x%1").arg(removeCount) << QStringLiteral("paste"));
+    QCOMPARE(m_pasteboard->written->hasUrls(), mediaOnClipboard);
+    QCOMPARE(mediaOnClipboard ? QString() : m_pasteboard->text, clipboardText);
+    QVERIFY(!m_delegate->panelFieldHasKeyboard());
+    m_runner->pasteTaken();
+    QCOMPARE(notices.last().first().toString(), notice);
+    QVERIFY(m_tap->releases.isEmpty()); // no hold was the faces' to let go
+}
+
+void TestExpansionRunner::toneRewrites_data()
+{
+    QTest::addColumn<QString>("trigger");
+    QTest::addColumn<QString>("clipboard");
+    QTest::addColumn<bool>("key");
+    QTest::addColumn<QByteArray>("reply"); // the provider's body; empty: no request expected
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("meanwhile"); // "type": a key typed; "away": another window in front
+    QTest::addColumn<QStringList>("log");
+    QTest::addColumn<QString>("pasted"); // the clipboard afterwards
+    QTest::addColumn<QString>("notice");
+
+    const QByteArray answer = R"({"output_text":"Could you send it, please?"})";
+    QTest::newRow("the answer replaces the command once it comes")
+        << "\\paste.f"
+        << "  can u send it\n"
+        << true << answer << 200 << QString() << words({"activate", "backspace x8", "paste"})
+        << "Could you send it, please? "
+        << "Pasted into gedit";
+    QTest::newRow("keys typed meanwhile: nothing is deleted, the rewrite waits on the clipboard")
+        << "\\paste.f"
+        << "can u send it" << true << answer << 200 << "type" << QStringList() << "Could you send it, please? "
+        << "\\paste.Friendly copied";
+    QTest::newRow("another window in front: the same")
+        << "\\r"
+        << "can u send it" << true << answer << 200 << "away" << QStringList() << "Could you send it, please? "
+        << "\\paste.Rephrase copied";
+    QTest::newRow("an empty clipboard sends nothing")
+        << "\\paste.w"
+        << " \n " << true << QByteArray() << 200 << QString() << QStringList() << " \n "
+        << "Copy text first, then type \\paste.Warm and Space.";
+    QTest::newRow("no key sends nothing")
+        << "\\paste.w"
+        << "can u send it" << false << QByteArray() << 200 << QString() << QStringList() << "can u send it"
+        << "Add an API key in API configuration to rewrite clipboard text.";
+    QTest::newRow("a provider's error leaves the clipboard")
+        << "\\paste.c"
+        << "can u send it" << true << QByteArray(R"({"error":{"message":"Rate limit"}})") << 429 << QString()
+        << QStringList() << "can u send it"
+        << "Clipboard rewrite failed: OpenAI error: Rate limit";
+    QTest::newRow("an empty answer leaves the clipboard")
+        << "\\paste.c"
+        << "can u send it" << true << QByteArray(R"({"output_text":"  "})") << 200 << QString() << QStringList()
+        << "can u send it"
+        << "AI returned an empty rewrite.";
+}
+
+void TestExpansionRunner::toneRewrites()
+{
+    QFETCH(QString, trigger);
+    QFETCH(QString, clipboard);
+    QFETCH(bool, key);
+    QFETCH(QByteArray, reply);
+    QFETCH(int, status);
+    QFETCH(QString, meanwhile);
+    QFETCH(QStringList, log);
+    QFETCH(QString, pasted);
+    QFETCH(QString, notice);
+
+    test::FakeProvider provider;
+    QVERIFY(provider.isListening());
+    provider.status = status;
+    provider.responseBody = reply;
+    qputenv("TAVO_OPENAI_API_BASE", provider.base().toUtf8());
+    KeyStore::setBackend(&m_keyring);
+    KeyStore::resetForTesting();
+    m_keyring.items.clear();
+    const CollectionAIModelProfile profile = AIModelProfileStore::starter();
+    if (key) {
+        m_keyring.items.insert(profile.keyAccount, QStringLiteral("sk-test"));
+    }
+    m_pasteboard->text = clipboard;
+    QStringList queries;
+    connect(m_runner.get(), &ExpansionRunner::pickerQueryRequested, this,
+            [&](const QString& query) { queries << query; });
+    QSignalSpy notices(m_runner.get(), &ExpansionRunner::noticeChanged);
+
+    typeTrigger(trigger);
+    QCOMPARE(m_tap->releases, QList<bool>{false}); // nothing is held while the answer is awaited
+    QVERIFY(m_desktop->log.isEmpty());             // the command stays until then
+    if (reply.isEmpty()) {
+        QTest::qWait(50);
+        QVERIFY(provider.requests.isEmpty());
+        QCOMPARE(queries, QStringList{QStringLiteral("paste")});
+    } else {
+        if (meanwhile == QLatin1String("type")) {
+            m_delegate->decide(KeyEvent{KeyCode::Other, 0, QStringLiteral("x"), false, 99});
+        } else if (meanwhile == QLatin1String("away")) {
+            m_desktop->front = DesktopWindow{9, QStringLiteral("xterm"), QStringLiteral("xterm"), 2};
+        }
+        QTRY_VERIFY(!notices.isEmpty());
+        QCOMPARE(provider.requests.size(), 1);
+        const QJsonObject body = QJsonDocument::fromJson(provider.requests.first().body).object();
+        QCOMPARE(body.value(u"input").toString(),
+                 toneRewritePrompt(*clipboardRewriteTone(trigger), clipboard.trimmed()));
+        QCOMPARE(body.value(u"max_output_tokens").toInt(), 4000);
+        m_runner->pasteTaken();
+    }
+    QCOMPARE(m_desktop->log, log);
+    QCOMPARE(m_pasteboard->text, pasted);
+    QCOMPARE(notices.last().first().toString(), notice);
+    qunsetenv("TAVO_OPENAI_API_BASE");
 }
 
 QTEST_MAIN(TestExpansionRunner)

@@ -53,6 +53,8 @@ private slots:
     void pickerOwnsTheKeys();
     void imagePrompt_data();
     void imagePrompt();
+    void aPanelFieldWithTheKeyboardTakesText_data();
+    void aPanelFieldWithTheKeyboardTakesText();
 };
 
 void TestTapState::sequences_data()
@@ -195,6 +197,38 @@ void TestTapState::imagePrompt()
     } else {
         QCOMPARE(notifications, (QList<TapNotification>{{TapNotification::Kind::ImagePromptInput, posted, {}, 0}}));
     }
+}
+
+void TestTapState::aPanelFieldWithTheKeyboardTakesText_data()
+{
+    QTest::addColumn<QStringList>("keys");
+    QTest::addColumn<bool>("fieldHasKeyboard");
+    QTest::addColumn<QString>("verdicts");
+
+    const QStringList mention{QStringLiteral("/"), QStringLiteral("t"), QStringLiteral("y"), QStringLiteral(" ")};
+    QTest::newRow("a mention typed in the prompt editor stays text") << mention << true << "pppp";
+    QTest::newRow("the same keys in another application expand") << mention << false << "ppph";
+    QTest::newRow("a command typed in the editor starts nothing")
+        << QStringList{QStringLiteral("\\"), QStringLiteral("p"), QStringLiteral(" ")} << true << "ppp";
+}
+
+void TestTapState::aPanelFieldWithTheKeyboardTakesText()
+{
+    QFETCH(QStringList, keys);
+    QFETCH(bool, fieldHasKeyboard);
+    QFETCH(QString, verdicts);
+
+    TriggerTracker tracker;
+    tracker.panelFieldHasKeyboard = fieldHasKeyboard;
+    QList<TapNotification> notifications;
+    QString seen;
+    for (const QString& keyName : keys) {
+        seen += verdictLetter(tracker.handle(key(keyName), notifications).verdict);
+    }
+    QCOMPARE(seen, verdicts);
+    QCOMPARE(notifications.isEmpty(), fieldHasKeyboard);
+    // Every key counts as typed, whoever takes it.
+    QCOMPARE(tracker.keysSeen, quint64(keys.size()));
 }
 
 QTEST_GUILESS_MAIN(TestTapState)

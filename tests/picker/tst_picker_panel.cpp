@@ -1,13 +1,24 @@
+#include "ai/model_profile_store.h"
+#include "engine/inline_commands.h"
+#include "fake_provider.h"
+#include "fakes/memory_secret_store.h"
+#include "picker/command_faces.h"
 #include "picker/picker_panel.h"
 #include "picker/picker_row_delegate.h"
 #include "picker/picker_thumbnails.h"
 #include "store/collections.h"
 #include "store/defaults.h"
+#include "store/key_store.h"
 #include "store/profile_store.h"
 
 #include <QAccessible>
 #include <QComboBox>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
 #include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -37,12 +48,47 @@ private slots:
     void thumbnails();
     void controlNames_data();
     void controlNames();
+    void commandFaces_data();
+    void commandFaces();
+    void faceRequests_data();
+    void faceRequests();
+    void aFieldWithTheKeyboardIsTold();
+    void returnInTheRewriteFacePastesWhatItShows();
+    void thePromptExpandsSavedShortcuts();
+    void theImagePromptTakesTheTapsKeys();
 
 private:
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<Defaults> m_defaults;
     std::unique_ptr<DB> m_db;
+    test::MemorySecretStore m_keyring;
 };
+
+namespace {
+
+QPushButton* buttonNamed(QWidget* root, const QString& name)
+{
+    const QList<QPushButton*> buttons = root->findChildren<QPushButton*>();
+    for (QPushButton* button : buttons) {
+        if (button->isVisibleTo(root) && button->accessibleName() == name) {
+            return button;
+        }
+    }
+    return nullptr;
+}
+
+QStringList visibleTexts(QWidget* root)
+{
+    QStringList texts;
+    for (const QLabel* label : root->findChildren<QLabel*>()) {
+        if (label->isVisibleTo(root)) {
+            texts << label->text();
+        }
+    }
+    return texts;
+}
+
+} // namespace
 
 void TestPickerPanel::init()
 {
@@ -319,6 +365,268 @@ void TestPickerPanel::aLargerPopupLoadsMoreRows()
     panel.resizeForImageMode(true);
     QTRY_VERIFY(rows->count() > before);
     QTRY_VERIFY(!panel.search().isLoading() && rows->verticalScrollBar()->maximum() > 0);
+}
+
+void TestPickerPanel::commandFaces_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QStringList>("texts"); // shown on the face
+    QTest::addColumn<QStringList>("controls");
+    QTest::newRow("rewrite") << u"rewrite"_s
+                             << QStringList{u"Rewrite clipboard text"_s,
+                                            u"Edit the copied text, choose a tone, then paste it back into your app."_s,
+                                            u"Text remains on this computer unless you paste it into another app."_s}
+                             << QStringList{u"Clipboard text · editable"_s, u"Tone"_s, u"Rewrite with AI"_s,
+                                            u"Paste"_s};
+    QTest::newRow("prompt") << u"prompt"_s
+                            << QStringList{u"Prompt composer"_s,
+                                           u"Action, expanded shortcuts, variables, and reference media in one clear "
+                                           u"prompt."_s,
+                                           u"Copy keeps the text prompt. Paste sends attached media when available, "
+                                           u"otherwise the text."_s,
+                                           FaceText::promptEmptySummary, u"Prompt · ready to edit"_s}
+                            << QStringList{u"Expand shortcuts"_s, u"Quick tone"_s, u"Rephrase with AI"_s,
+                                           u"Copy text prompt"_s, u"Paste"_s,      u"Copy all media"_s};
+    QTest::newRow("image") << u"image"_s
+                           << QStringList{u"Create an image"_s,
+                                          u"Describe it, add saved references, then generate and save a shortcut."_s}
+                           << QStringList{u"Image prompt"_s, u"Generate"_s};
+}
+
+void TestPickerPanel::commandFaces()
+{
+    QFETCH(QString, command);
+    QFETCH(QStringList, texts);
+    QFETCH(QStringList, controls);
+    m_defaults->setNumber(u"tavoPickerAreaPercent"_s, 0.1);
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    const QSize small = panel.size();
+    if (command == u"rewrite"_s) {
+        panel.enterRewriteCommand(u"can u send it"_s, 0);
+        QCOMPARE(panel.face(), PickerPanel::Face::Rewrite);
+    } else if (command == u"prompt"_s) {
+        panel.enterPromptCommand(QString(), 0);
+        QCOMPARE(panel.face(), PickerPanel::Face::Prompt);
+    } else {
+        panel.enterImageCommand(QString());
+        QCOMPARE(panel.face(), PickerPanel::Face::Image);
+    }
+    QVERIFY(panel.width() > small.width()); // the large share of the screen
+    const QStringList shown = visibleTexts(&panel);
+    for (const QString& text : texts) {
+        QVERIFY2(shown.contains(text), qPrintable(text));
+    }
+    // Every control a person can reach on the face is named for screen readers.
+    for (QWidget* widget : panel.findChildren<QWidget*>()) {
+        const bool control = qobject_cast<QAbstractButton*>(widget) || qobject_cast<QComboBox*>(widget) ||
+                             qobject_cast<QPlainTextEdit*>(widget);
+        if (control && widget->isVisibleTo(&panel)) {
+            QVERIFY2(!widget->accessibleName().isEmpty(), widget->metaObject()->className());
+        }
+    }
+    for (const QString& name : controls) {
+        const QList<QWidget*> widgets = panel.findChildren<QWidget*>();
+        QVERIFY2(std::any_of(widgets.cbegin(), widgets.cend(),
+                             [&](QWidget* w) { return w->isVisibleTo(&panel) && w->accessibleName() == name; }),
+                 qPrintable(name));
+    }
+    // Closing leaves no face behind for the next opening.
+    panel.hidePanel();
+    panel.showFor(*m_db);
+    QCOMPARE(panel.face(), PickerPanel::Face::Shortcuts);
+}
+
+void TestPickerPanel::faceRequests_data()
+{
+    QTest::addColumn<QString>("face");
+    QTest::addColumn<QString>("text"); // in the face's editor, or a \p- payload
+    QTest::addColumn<bool>("key");
+    QTest::addColumn<QByteArray>("reply"); // the provider's body
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("presses");
+    QTest::addColumn<int>("requests");
+    QTest::addColumn<QString>("prompt"); // the request's input; empty: none expected
+    QTest::addColumn<QString>("result"); // the editor afterwards
+    QTest::addColumn<QString>("statusText");
+
+    const QByteArray answer = R"({"output_text":"Could you send it?"})";
+    QTest::newRow("rewrite: ready, the tone in lower case")
+        << u"rewrite"_s << u"can u send it"_s << true << answer << 200 << 1 << 1
+        << pickerRewritePrompt(u"Rephrase"_s, u"can u send it"_s) << u"Could you send it?"_s
+        << u"Rephrase rewrite ready. Review or edit, then paste."_s;
+    QTest::newRow("rewrite: two presses send one request")
+        << u"rewrite"_s << u"can u send it"_s << true << answer << 200 << 2 << 1
+        << pickerRewritePrompt(u"Rephrase"_s, u"can u send it"_s) << u"Could you send it?"_s
+        << u"Rephrase rewrite ready. Review or edit, then paste."_s;
+    QTest::newRow("rewrite: only blanks do nothing")
+        << u"rewrite"_s << u"  \n "_s << true << answer << 200 << 1 << 0 << QString() << u"  \n "_s << QString();
+    QTest::newRow("rewrite: no key") << u"rewrite"_s << u"can u send it"_s << false << answer << 200 << 1 << 0
+                                     << QString() << u"can u send it"_s
+                                     << u"Add an API key in API configuration to use AI rewriting."_s;
+    QTest::newRow("rewrite: an error keeps the text")
+        << u"rewrite"_s << u"can u send it"_s << true << QByteArray(R"({"error":{"message":"Rate limit"}})") << 429 << 1
+        << 1 << pickerRewritePrompt(u"Rephrase"_s, u"can u send it"_s) << u"can u send it"_s
+        << u"Could not rewrite the text: OpenAI error: Rate limit"_s;
+    QTest::newRow("rewrite: an empty answer is an error")
+        << u"rewrite"_s << u"can u send it"_s << true << QByteArray(R"({"output_text":" "})") << 200 << 1 << 1
+        << pickerRewritePrompt(u"Rephrase"_s, u"can u send it"_s) << u"can u send it"_s
+        << u"Could not rewrite the text: The AI returned an empty rewrite."_s;
+    QTest::newRow("prompt: a \\p- payload is rephrased as the face opens")
+        << u"prompt"_s << u"draw-a-cat"_s << true << answer << 200 << 0 << 1
+        << rephrasePromptRequest(u"Professional"_s, u"draw a cat"_s) << u"Could you send it?"_s
+        << u"Prompt restyled as Professional. Review or edit it; reference files remain attached."_s;
+    QTest::newRow("prompt: two presses send one request")
+        << u"prompt"_s << u"draw-a-cat"_s << true << answer << 200 << 2 << 1
+        << rephrasePromptRequest(u"Professional"_s, u"draw a cat"_s) << u"Could you send it?"_s
+        << u"Prompt restyled as Professional. Review or edit it; reference files remain attached."_s;
+    QTest::newRow("prompt: without a key the face says how to add one")
+        << u"prompt"_s << u"draw-a-cat"_s << false << answer << 200 << 0 << 0 << QString() << u"draw a cat"_s
+        << FaceText::rephraseNoKey;
+    QTest::newRow("prompt: an error keeps the prompt")
+        << u"prompt"_s << u"draw-a-cat"_s << true << QByteArray(R"({"error":"bad key"})") << 401 << 0 << 1
+        << rephrasePromptRequest(u"Professional"_s, u"draw a cat"_s) << u"draw a cat"_s
+        << u"Could not rephrase with AI: OpenAI error: bad key"_s;
+}
+
+void TestPickerPanel::faceRequests()
+{
+    QFETCH(QString, face);
+    QFETCH(QString, text);
+    QFETCH(bool, key);
+    QFETCH(QByteArray, reply);
+    QFETCH(int, status);
+    QFETCH(int, presses);
+    QFETCH(int, requests);
+    QFETCH(QString, prompt);
+    QFETCH(QString, result);
+    QFETCH(QString, statusText);
+
+    test::FakeProvider provider;
+    provider.status = status;
+    provider.responseBody = reply;
+    qputenv("TAVO_OPENAI_API_BASE", provider.base().toUtf8());
+    KeyStore::setBackend(&m_keyring);
+    KeyStore::resetForTesting();
+    m_keyring.items.clear();
+    if (key) {
+        m_keyring.items.insert(AIModelProfileStore::starter().keyAccount, u"sk-test"_s);
+    }
+
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    std::function<bool()> busy;
+    std::function<QString()> edited;
+    std::function<QString()> shownStatus;
+    QString press;
+    if (face == u"rewrite"_s) {
+        panel.enterRewriteCommand(text, 0);
+        busy = [&] { return panel.rewriteFace()->isBusy(); };
+        edited = [&] { return panel.rewriteFace()->text(); };
+        shownStatus = [&] { return panel.rewriteFace()->status(); };
+        press = u"Rewrite with AI"_s;
+    } else {
+        panel.enterPromptCommand(text, 0);
+        busy = [&] { return panel.promptFace()->isBusy(); };
+        edited = [&] { return panel.promptFace()->text(); };
+        shownStatus = [&] { return panel.promptFace()->status(); };
+        press = u"Rephrase with AI"_s;
+        QCoreApplication::processEvents(); // the face has appeared: a payload is rephrased at once
+    }
+    for (int i = 0; i < presses; ++i) {
+        // A disabled button ignores a click as a person's would; the face refuses a second
+        // request on its own as well.
+        if (face == u"rewrite"_s) {
+            panel.rewriteFace()->rewriteClipboardText();
+        } else {
+            panel.promptFace()->rephrasePrompt();
+        }
+    }
+    QVERIFY(buttonNamed(&panel, press));
+    QTRY_VERIFY(!busy());
+    QTest::qWait(20);
+    QCOMPARE(provider.requests.size(), requests);
+    if (!prompt.isEmpty()) {
+        const QJsonObject body = QJsonDocument::fromJson(provider.requests.first().body).object();
+        QCOMPARE(body.value(u"input").toString(), prompt);
+        QCOMPARE(body.value(u"max_output_tokens").toInt(), 4000);
+    }
+    QCOMPARE(edited(), result);
+    QCOMPARE(shownStatus(), statusText);
+    QVERIFY(buttonNamed(&panel, press)->isEnabled()); // the busy flag is cleared on every path
+    qunsetenv("TAVO_OPENAI_API_BASE");
+}
+
+void TestPickerPanel::aFieldWithTheKeyboardIsTold()
+{
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    QVERIFY(panel.refusesFocus());
+    QSignalSpy changes(&panel, &PickerPanel::fieldKeyboardChanged);
+    panel.enterRewriteCommand(u"draft"_s, 0);
+    // A click into the editor gives it the keyboard.
+    QTest::mouseClick(panel.rewriteFace()->editor()->viewport(), Qt::LeftButton);
+    QCOMPARE(changes.size(), 1);
+    QCOMPARE(changes.last().first().toBool(), true);
+    QVERIFY(panel.fieldHasKeyboard());
+    QVERIFY(!panel.refusesFocus());
+    // However the panel closes, the keyboard goes back.
+    panel.hidePanel();
+    QCOMPARE(changes.size(), 2);
+    QCOMPARE(changes.last().first().toBool(), false);
+    QVERIFY(panel.refusesFocus());
+}
+
+void TestPickerPanel::returnInTheRewriteFacePastesWhatItShows()
+{
+    Clip row;
+    row.key = u"/ty"_s;
+    row.text = u"Thank you!"_s;
+    m_db->setClips({row}); // a row the shortcut face would choose
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    QTRY_VERIFY(!panel.search().isLoading());
+    QSignalSpy pastes(&panel, &PickerPanel::rewritePasteRequested);
+    QSignalSpy chosen(&panel, &PickerPanel::chosen);
+    panel.enterRewriteCommand(u"Kind words"_s, 6);
+    panel.chooseFirst();
+    QCOMPARE(chosen.size(), 0);
+    QCOMPARE(pastes.size(), 1);
+    QCOMPARE(pastes.first().at(0).toString(), u"Kind words"_s);
+    QCOMPARE(pastes.first().at(1).toInt(), 6);
+}
+
+void TestPickerPanel::thePromptExpandsSavedShortcuts()
+{
+    Clip thanks;
+    thanks.key = u"/ty"_s;
+    thanks.name = u"ty"_s;
+    thanks.text = u"Thank you!"_s;
+    m_db->setClips({thanks});
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    QSignalSpy pastes(&panel, &PickerPanel::promptPasteRequested);
+    panel.enterPromptCommand(QString(), 0);
+    panel.promptFace()->editor()->setPlainText(u"say /ty please"_s);
+    buttonNamed(&panel, u"Expand shortcuts"_s)->click();
+    QVERIFY(panel.promptFace()->text().contains(u"Thank you!"_s));
+    QVERIFY(!panel.promptFace()->text().contains(u"/ty"_s));
+    QCOMPARE(panel.promptFace()->summary(), u"Saved shortcut · ty"_s);
+    buttonNamed(&panel, u"Paste"_s)->click();
+    QCOMPARE(pastes.size(), 1);
+    QCOMPARE(pastes.first().at(0).toString(), panel.promptFace()->text());
+    QCOMPARE(pastes.first().at(1).toInt(), 0);
+}
+
+void TestPickerPanel::theImagePromptTakesTheTapsKeys()
+{
+    PickerPanel panel(*m_defaults);
+    panel.showFor(*m_db);
+    panel.enterImageCommand(u"cat"_s);
+    for (const QString& key : {u"a"_s, u"😀"_s, u"__BACKSPACE__"_s, u" b"_s, u"__NEWLINE__"_s, u"\t"_s}) {
+        panel.imagePromptInput(key);
+    }
+    QCOMPARE(panel.imageFace()->prompt(), u"a b\n\t"_s);
 }
 
 QTEST_MAIN(TestPickerPanel)

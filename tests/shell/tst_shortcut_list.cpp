@@ -342,7 +342,7 @@ void TestShortcutList::rowsAndTheirActions()
             texts << action->text();
         }
     }
-    QCOMPARE(texts, (list({"Edit", "Copy text", "Move…", "Delete"})));
+    QCOMPARE(texts, (list({"Edit", "Copy text", "Move…", "Share…", "Delete"})));
 
     // Return and a double click open the editor; Copy text fills the clipboard with a notice.
     QSignalSpy edit(m_page.get(), &ShortcutListPage::editRequested);
@@ -361,6 +361,16 @@ void TestShortcutList::rowsAndTheirActions()
     menu->actions().at(1)->trigger();
     QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("Thank you!"));
     QCOMPARE(notice.last().first().toString(), QStringLiteral("Copied the text of \\ty."));
+    // Share takes the selected rows, in the list's order.
+    QSignalSpy share(m_page.get(), &ShortcutListPage::shareRequested);
+    m_view->selectionModel()->select(model->index(3, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    menu->actions().at(3)->trigger();
+    QCOMPARE(share.size(), 1);
+    QStringList shared;
+    for (const Clip& clip : share.first().first().value<QList<Clip>>()) {
+        shared << clip.key;
+    }
+    QCOMPARE(shared, (list({"/ty", "/c"})));
 
     // Delete in the search field edits the query, never the selection.
     m_search->setFocus();

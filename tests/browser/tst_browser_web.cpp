@@ -1,0 +1,377 @@
+// The browser's web layer end to end: real Chromium through Qt WebEngine on a real X server,
+// against an HTTP server of the test on 127.0.0.1.
+#include "browser/browser_tabs.h"
+#include "browser/web/browser_downloads.h"
+#include "browser/web/browser_status_strip.h"
+#include "browser/web/browser_workspace.h"
+#include "browser/web/download_names.h"
+#include "browser/web/tavo_web_view.h"
+#include "store/defaults.h"
+
+#include <QApplication>
+#include <QBuffer>
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QPointer>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWebEnginePage>
+#include <QWebEngineProfile>
+
+#include <memory>
+
+using namespace tavo;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int loadTimeout = 30000;
+
+struct Response
+{
+    QByteArray headers;
+    QByteArray body;
+};
+
+QByteArray pngBytes()
+{
+    QImage image(4, 3, QImage::Format_RGB32);
+    image.fill(Qt::darkCyan);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return bytes;
+}
+
+QByteArray html(const QByteArray& title, const QByteArray& script = {})
+{
+    return "<!doctype html><html><head><title>" + title + "</title></head><body><p>" + title + "</p>" +
+           (script.isEmpty() ? QByteArray() : "<script>" + script + "</script>") + "</body></html>";
+}
+
+// A small HTTP/1.1 server: one response per connection, by path.
+class TestServer : public QObject
+{
+public:
+    TestServer()
+    {
+        m_routes.insert("/page", {"Content-Type: text/html; charset=utf-8\r\n", html("Hello Tavo")});
+        m_routes.insert("/second", {"Content-Type: text/html; charset=utf-8\r\n", html("Second")});
+        m_routes.insert("/opener", {"Content-Type: text/html; charset=utf-8\r\n",
+                                    html("Opener", "window.open('/second', '_blank');")});
+        m_routes.insert("/attach", {"Content-Type: application/pdf\r\nContent-Disposition: ATTACHMENT; "
+                                    "filename=\"report.pdf\"\r\n",
+                                    "%PDF-1.4 not really a report"});
+        m_routes.insert("/pic.png", {"Content-Type: image/png\r\n", pngBytes()});
+        QObject::connect(&m_server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+                QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket] { answer(socket); });
+                QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            }
+        });
+        m_server.listen(QHostAddress::LocalHost, 0);
+    }
+
+    QString url(const QString& path) const { return u"http://127.0.0.1:%1%2"_s.arg(m_server.serverPort()).arg(path); }
+    QByteArray body(const QByteArray& path) const { return m_routes.value(path).body; }
+
+private:
+    void answer(QTcpSocket* socket)
+    {
+        QByteArray& request = m_pending[socket];
+        request += socket->readAll();
+        if (!request.contains("\r\n\r\n")) {
+            return;
+        }
+        const QByteArray path = request.split(' ').value(1).split('?').value(0);
+        m_pending.remove(socket);
+        const auto route = m_routes.constFind(path);
+        QByteArray reply;
+        if (route == m_routes.cend()) {
+            reply = "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+        } else {
+            reply = "HTTP/1.1 200 OK\r\n" + route->headers + "Content-Length: " + QByteArray::number(route->body.size()) +
+                    "\r\nConnection: close\r\n\r\n" + route->body;
+        }
+        socket->write(reply);
+        socket->disconnectFromHost();
+    }
+
+    QTcpServer m_server;
+    QHash<QByteArray, Response> m_routes;
+    QHash<QTcpSocket*, QByteArray> m_pending;
+};
+
+QByteArray fileBytes(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+class TestBrowserWeb : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void downloadFileName_data();
+    void downloadFileName();
+    void uniqueDownloadPath_data();
+    void uniqueDownloadPath();
+
+    void pageTitleReachesTab();
+    void downloadsLandOnDesktop_data();
+    void downloadsLandOnDesktop();
+    void windowOpenStaysInTab();
+    void onlyWebAddressesLoad_data();
+    void onlyWebAddressesLoad();
+    void incognitoGetsItsOwnView();
+
+private:
+    void loadInNewTab(const QString& url, const QString& title);
+
+    QString m_desktop;
+    std::unique_ptr<TestServer> m_server;
+    std::unique_ptr<Defaults> m_defaults;
+    std::unique_ptr<TavoBrowserTabs> m_tabs;
+    std::unique_ptr<BrowserWorkspace> m_workspace;
+};
+
+void TestBrowserWeb::initTestCase()
+{
+    m_desktop = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
+    QVERIFY(m_desktop.startsWith(QDir::homePath()));
+    QVERIFY(QDir().mkpath(m_desktop));
+    m_server = std::make_unique<TestServer>();
+    m_defaults = std::make_unique<Defaults>();
+    m_tabs = std::make_unique<TavoBrowserTabs>(*m_defaults);
+    m_workspace = std::make_unique<BrowserWorkspace>(*m_tabs, *m_defaults);
+    m_workspace->resize(1000, 700);
+    m_workspace->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_workspace.get()));
+}
+
+void TestBrowserWeb::cleanupTestCase()
+{
+    m_workspace.reset();
+    m_tabs.reset();
+}
+
+void TestBrowserWeb::downloadFileName_data()
+{
+    QTest::addColumn<QString>("suggested");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("folders above are dropped") << u"../../x"_s << u"x"_s;
+    QTest::newRow("folders inside are dropped") << u"a/b/c.pdf"_s << u"c.pdf"_s;
+    QTest::newRow("the current folder is no name") << u"."_s << u"download"_s;
+    QTest::newRow("the parent folder is no name") << u"a/.."_s << u"download"_s;
+    QTest::newRow("empty") << QString() << u"download"_s;
+    QTest::newRow("a trailing slash leaves nothing") << u"a/"_s << u"download"_s;
+    QTest::newRow("NUL and control characters go") << u"re\u0000po\u0007rt\n.pdf"_s << u"report.pdf"_s;
+    QTest::newRow("only control characters") << u"\u0001\u001f"_s << u"download"_s;
+    // 150 characters of two bytes each: 127 fit in 255 bytes, and none is cut in half.
+    QTest::newRow("300 bytes of é") << QString(150, u'é') << QString(127, u'é');
+    QTest::newRow("a character beyond the first plane stays whole")
+        << QString(127, u'é') + u"\U0001F600"_s << QString(127, u'é');
+    QTest::newRow("255 bytes stay") << QString(255, u'a') << QString(255, u'a');
+}
+
+void TestBrowserWeb::downloadFileName()
+{
+    QFETCH(QString, suggested);
+    QFETCH(QString, expected);
+    const QString name = tavo::downloadFileName(suggested);
+    QCOMPARE(name, expected);
+    QVERIFY(name.toUtf8().size() <= 255);
+}
+
+void TestBrowserWeb::uniqueDownloadPath_data()
+{
+    QTest::addColumn<QStringList>("existing");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("free name") << QStringList() << u"a.pdf"_s << u"a.pdf"_s;
+    QTest::newRow("taken once") << QStringList{u"a.pdf"_s} << u"a.pdf"_s << u"a (2).pdf"_s;
+    QTest::newRow("each round on the last") << QStringList{u"a.pdf"_s, u"a (2).pdf"_s} << u"a.pdf"_s
+                                            << u"a (2) (3).pdf"_s;
+    QTest::newRow("no extension, no point") << QStringList{u"README"_s} << u"README"_s << u"README (2)"_s;
+    QTest::newRow("a hidden name is no extension") << QStringList{u".profile"_s} << u".profile"_s
+                                                   << u".profile (2)"_s;
+    QTest::newRow("the last extension only") << QStringList{u"a.tar.gz"_s} << u"a.tar.gz"_s << u"a.tar (2).gz"_s;
+    QTest::newRow("a long name stays within 255 bytes")
+        << QStringList{QString(251, u'x') + u".pdf"_s} << QString(251, u'x') + u".pdf"_s
+        << QString(247, u'x') + u" (2).pdf"_s;
+}
+
+void TestBrowserWeb::uniqueDownloadPath()
+{
+    QFETCH(QStringList, existing);
+    QFETCH(QString, name);
+    QFETCH(QString, expected);
+    QTemporaryDir folder;
+    for (const QString& each : existing) {
+        QFile file(folder.filePath(each));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+    QCOMPARE(tavo::uniqueDownloadPath(folder.path(), name), folder.filePath(expected));
+}
+
+void TestBrowserWeb::loadInNewTab(const QString& url, const QString& title)
+{
+    m_tabs->newTab(url);
+    QTRY_COMPARE_WITH_TIMEOUT(m_tabs->current().value_or(TavoBrowserTab()).title, title, loadTimeout);
+}
+
+void TestBrowserWeb::pageTitleReachesTab()
+{
+    const QString url = m_server->url(u"/page"_s);
+    loadInNewTab(url, u"Hello Tavo"_s);
+    QCOMPARE(m_tabs->current()->url, url);
+    QCOMPARE(m_tabs->address(), url);
+    TavoWebView* view = m_workspace->currentView();
+    QVERIFY(view);
+    QCOMPARE(view->identity(), m_tabs->selectedID() + u"-normal"_s);
+    QCOMPARE(m_tabs->webView(m_tabs->selectedID()), view);
+    QVERIFY(!view->page()->profile()->isOffTheRecord());
+}
+
+void TestBrowserWeb::downloadsLandOnDesktop_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("savedAs");
+    // A file of the same name waits on the Desktop: the new one takes the next name.
+    QTest::newRow("attachment, disposition in upper case") << u"/attach"_s << u"report (2).pdf"_s;
+    QTest::newRow("picture opened by its address") << u"/pic.png"_s << u"pic.png"_s;
+}
+
+void TestBrowserWeb::downloadsLandOnDesktop()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, savedAs);
+    {
+        QFile existing(m_desktop + u"/report.pdf"_s);
+        QVERIFY(existing.open(QIODevice::WriteOnly));
+    }
+    const QString page = m_server->url(u"/page"_s);
+    loadInNewTab(page, u"Hello Tavo"_s);
+    TavoWebView* view = m_workspace->currentView();
+    QVERIFY(view);
+    m_tabs->dismissStatus();
+
+    m_tabs->open(m_server->url(path));
+    const QString finished = u"Downloaded to Desktop · "_s + savedAs;
+    QTRY_COMPARE_WITH_TIMEOUT(m_tabs->downloadStatus().value_or(QString()), finished, loadTimeout);
+    const QString target = m_desktop + u'/' + savedAs;
+    QCOMPARE(fileBytes(target), m_server->body(path.toUtf8()));
+    QCOMPARE(m_tabs->lastDownloadURL(), QUrl::fromLocalFile(target).toString());
+    QCOMPARE(m_workspace->statusStrip()->text(), finished);
+    QVERIFY(m_workspace->statusStrip()->canShowInFolder());
+    // Saved, not shown: the tab is back on the page it was on.
+    QTRY_COMPARE_WITH_TIMEOUT(view->url().toString(), page, loadTimeout);
+    QCOMPARE(QDir(m_desktop).entryList(QDir::Files | QDir::Hidden).filter(u".crdownload"_s), QStringList());
+
+    m_tabs->dismissStatus();
+    QVERIFY(m_workspace->statusStrip()->isHidden());
+}
+
+void TestBrowserWeb::windowOpenStaysInTab()
+{
+    const qsizetype tabs = m_tabs->tabs().size();
+    const qsizetype windows = QApplication::topLevelWidgets().size();
+    loadInNewTab(m_server->url(u"/opener"_s), u"Second"_s);
+    QCOMPARE(m_tabs->tabs().size(), tabs + 1);
+    QCOMPARE(m_tabs->current()->url, m_server->url(u"/second"_s));
+    QCOMPARE(QApplication::topLevelWidgets().size(), windows);
+}
+
+void TestBrowserWeb::onlyWebAddressesLoad_data()
+{
+    QTest::addColumn<QString>("address");
+    // Whether Chromium takes the address as a navigation, which the page itself then refuses.
+    QTest::addColumn<bool>("navigation");
+    QTest::newRow("script") << u"javascript:document.title='pwned'"_s << false;
+    QTest::newRow("data") << u"data:text/html,<title>pwned</title>"_s << true;
+    QTest::newRow("local file") << QUrl::fromLocalFile(QDir::homePath() + u"/pwned.html"_s).toString() << true;
+}
+
+void TestBrowserWeb::onlyWebAddressesLoad()
+{
+    QFETCH(QString, address);
+    QFETCH(bool, navigation);
+    {
+        QFile file(QDir::homePath() + u"/pwned.html"_s);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(html("pwned"));
+    }
+    loadInNewTab(m_server->url(u"/page"_s), u"Hello Tavo"_s);
+    TavoWebView* view = m_workspace->currentView();
+    QVERIFY(view);
+    QStringList titles;
+    QStringList urls;
+    connect(view->page(), &QWebEnginePage::titleChanged, this, [&titles](const QString& title) { titles.append(title); });
+    connect(view->page(), &QWebEnginePage::urlChanged, this, [&urls](const QUrl& url) { urls.append(url.scheme()); });
+
+    // A link with another scheme, as an imported bookmark may hold, then a web page after it:
+    // once the web page is in, the first had its turn.
+    m_tabs->open(address);
+    QTest::qWait(0);
+    m_tabs->open(m_server->url(u"/second"_s));
+    QTRY_COMPARE_WITH_TIMEOUT(m_tabs->current()->title, u"Second"_s, loadTimeout);
+    QVERIFY2(!titles.contains(u"pwned"_s), qPrintable(titles.join(u", "_s)));
+    QVERIFY2(urls.filter(QRegularExpression(u"^(?!http)"_s)).isEmpty(), qPrintable(urls.join(u", "_s)));
+    QCOMPARE(view->url(), QUrl(m_server->url(u"/second"_s)));
+
+    if (navigation) {
+        // Past the tab's own check, straight to the page: the navigation ends without a document.
+        QSignalSpy finished(view->page(), &QWebEnginePage::loadFinished);
+        view->page()->load(QUrl(address));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, loadTimeout);
+        QCOMPARE(finished.at(0).at(0).toBool(), false);
+        QVERIFY2(!titles.contains(u"pwned"_s), qPrintable(titles.join(u", "_s)));
+        QCOMPARE(m_tabs->current()->url, m_server->url(u"/second"_s));
+    }
+}
+
+void TestBrowserWeb::incognitoGetsItsOwnView()
+{
+    loadInNewTab(m_server->url(u"/page"_s), u"Hello Tavo"_s);
+    const QString normalTab = m_tabs->selectedID();
+    QPointer<TavoWebView> normal = m_workspace->currentView();
+    QVERIFY(normal);
+
+    m_tabs->toggleIncognito();
+    QTRY_VERIFY(!normal); // every view of the other mode is let go
+    loadInNewTab(m_server->url(u"/second"_s), u"Second"_s);
+    TavoWebView* incognito = m_workspace->currentView();
+    QVERIFY(incognito);
+    QCOMPARE(incognito->identity(), m_tabs->selectedID() + u"-incognito"_s);
+    QVERIFY(incognito->page()->profile()->isOffTheRecord());
+
+    m_tabs->toggleIncognito();
+    m_tabs->select(normalTab);
+    QTRY_VERIFY(m_workspace->currentView() && m_workspace->currentView()->identity() == normalTab + u"-normal"_s);
+    QVERIFY(!m_workspace->currentView()->page()->profile()->isOffTheRecord());
+    QTRY_COMPARE_WITH_TIMEOUT(m_tabs->current()->title, u"Hello Tavo"_s, loadTimeout);
+}
+
+int main(int argc, char** argv)
+{
+    // Chromium draws through contexts shared with the application's own.
+    QApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QApplication app(argc, argv);
+    TestBrowserWeb test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_browser_web.moc"
