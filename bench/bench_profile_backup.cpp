@@ -1,80 +1,26 @@
-#include "exchange/profile_backup.h"
-#include "store/defaults.h"
-#include "store/profile_store.h"
+#include "bench_profile.h"
 
-#include <QDir>
+#include "exchange/profile_backup.h"
+
 #include <QElapsedTimer>
-#include <QFile>
-#include <QRandomGenerator>
+#include <QFileInfo>
 
 #include <benchmark/benchmark.h>
 
-#include <fstream>
-#include <string>
-
 using namespace tavo;
+using namespace tavo::bench;
 
 namespace {
 
-constexpr int shortcutCount = 10'000;
-constexpr int attachmentCount = 1'000;
-constexpr qsizetype attachmentBytes = 200 * 1024;
-
-// The peak resident size of this process so far, in MiB.
-double peakMemoryMiB()
+// A profile of 10,000 shortcuts, one in ten with a 200 KB attachment of its own.
+struct Store : MediaProfile
 {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stod(line.substr(6)) / 1024.0;
-        }
-    }
-    return 0;
-}
-
-// A profile of 10,000 shortcuts, one in ten with a 200 KB attachment of its own (media does not
-// compress, so the bytes are random), in a store of the benchmark's own in the temporary folder.
-struct Store
-{
-    QString folder = QDir::tempPath() + QStringLiteral("/tavo-bench-backup-v1");
-    Defaults defaults{folder + QStringLiteral("/defaults.json")};
-
-    QString root() const { return folder + QStringLiteral("/Quill"); }
-    QString backup() const { return folder + QStringLiteral("/backup.zip"); }
-
     Store()
+        : MediaProfile(QStringLiteral("tavo-bench-backup-v1"), 10'000)
     {
-        DB db(defaults, root());
-        db.activateProfile(QStringLiteral("ana"));
-        if (db.clips().size() == shortcutCount) {
-            return;
-        }
-        QDir().mkpath(db.attachmentsDir());
-        QList<Clip> clips;
-        clips.reserve(shortcutCount);
-        QByteArray media(attachmentBytes, Qt::Uninitialized);
-        for (int i = 0; i < shortcutCount; ++i) {
-            Clip clip;
-            clip.key = QStringLiteral("/key%1").arg(i);
-            clip.name = QStringLiteral("Shortcut number %1").arg(i);
-            clip.text = QStringLiteral("Thanks for your message about order %1. We will get back to you soon.").arg(i);
-            clip.group = QStringLiteral("Collection %1").arg(i % 30);
-            if (i % (shortcutCount / attachmentCount) == 0) {
-                QRandomGenerator::global()->fillRange(reinterpret_cast<quint32*>(media.data()),
-                                                      media.size() / qsizetype(sizeof(quint32)));
-                const QString path = db.attachmentsDir() + QStringLiteral("/photo-%1.jpg").arg(i);
-                QFile file(path);
-                if (file.open(QIODevice::WriteOnly)) {
-                    file.write(media);
-                }
-                clip.files = {path};
-            }
-            clips.append(clip);
-        }
-        db.setClips(clips);
-        db.save();
     }
+
+    QString backup() const { return folder + QStringLiteral("/backup.zip"); }
 
     static Store& instance()
     {

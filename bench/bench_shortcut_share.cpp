@@ -1,86 +1,28 @@
-#include "exchange/shortcut_share.h"
-#include "store/defaults.h"
-#include "store/profile_store.h"
+#include "bench_profile.h"
 
-#include <QDir>
+#include "exchange/shortcut_share.h"
+
 #include <QElapsedTimer>
-#include <QFile>
-#include <QRandomGenerator>
+#include <QFileInfo>
 
 #include <benchmark/benchmark.h>
 
-#include <fstream>
-#include <string>
-
 using namespace tavo;
+using namespace tavo::bench;
 
 namespace {
 
 constexpr int shortcutCount = 10'000;
-constexpr int attachmentCount = 1'000;
-constexpr qsizetype attachmentBytes = 200 * 1024;
 
-// The peak resident size of this process so far, in MiB.
-double peakMemoryMiB()
+// A profile of 10,000 shortcuts, one in ten with a 200 KB attachment.
+struct Store : MediaProfile
 {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stod(line.substr(6)) / 1024.0;
-        }
-    }
-    return 0;
-}
-
-QList<Clip> benchClips(const QString& attachmentsDir, bool withFiles)
-{
-    QList<Clip> clips;
-    clips.reserve(shortcutCount);
-    QByteArray media(attachmentBytes, Qt::Uninitialized);
-    for (int i = 0; i < shortcutCount; ++i) {
-        Clip clip;
-        clip.key = QStringLiteral("/key%1").arg(i);
-        clip.name = QStringLiteral("Shortcut number %1").arg(i);
-        clip.text = QStringLiteral("Thanks for your message about order %1. We will get back to you soon.").arg(i);
-        clip.group = QStringLiteral("Collection %1").arg(i % 30);
-        if (withFiles && i % (shortcutCount / attachmentCount) == 0) {
-            // Media does not compress, so the bytes are random.
-            QRandomGenerator::global()->fillRange(reinterpret_cast<quint32*>(media.data()),
-                                                  media.size() / qsizetype(sizeof(quint32)));
-            const QString path = attachmentsDir + QStringLiteral("/photo-%1.jpg").arg(i);
-            QFile file(path);
-            if (file.open(QIODevice::WriteOnly)) {
-                file.write(media);
-            }
-            clip.files = {path};
-        }
-        clips.append(clip);
-    }
-    return clips;
-}
-
-// A profile of 10,000 shortcuts, one in ten with a 200 KB attachment, in a store of the
-// benchmark's own in the temporary folder.
-struct Store
-{
-    QString folder = QDir::tempPath() + QStringLiteral("/tavo-bench-share-v1");
-    Defaults defaults{folder + QStringLiteral("/defaults.json")};
-
-    QString root() const { return folder + QStringLiteral("/Quill"); }
-    QString package() const { return folder + QStringLiteral("/package.zip"); }
-
     Store()
+        : MediaProfile(QStringLiteral("tavo-bench-share-v1"), shortcutCount)
     {
-        DB db(defaults, root());
-        db.activateProfile(QStringLiteral("ana"));
-        if (db.clips().size() == shortcutCount) {
-            return;
-        }
-        QDir().mkpath(db.attachmentsDir());
-        db.setClips(benchClips(db.attachmentsDir(), true));
-        db.save();
     }
+
+    QString package() const { return folder + QStringLiteral("/package.zip"); }
 
     static Store& instance()
     {
@@ -122,7 +64,7 @@ void BM_ImportPackage(benchmark::State& state)
         QDir(store.root() + QStringLiteral("/Profiles/") + tavoProfileSlug(QStringLiteral("sam"))).removeRecursively();
         DB db(store.defaults, store.root());
         db.activateProfile(QStringLiteral("sam"));
-        db.updateClips([](QList<Clip>& clips) { clips = benchClips({}, false); });
+        db.updateClips([](QList<Clip>& clips) { clips = shortcutsWithMedia(shortcutCount); });
         state.ResumeTiming();
 
         const Result<QList<Clip>> imported = TavoShortcutShare::importBundle(store.package(), db.attachmentsDir());

@@ -1,3 +1,5 @@
+#include "bench_profile.h"
+
 #include "store/defaults.h"
 #include "store/profile_store.h"
 #include "store/store_files.h"
@@ -8,28 +10,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include <fstream>
-#include <string>
-
 using namespace tavo;
+using namespace tavo::bench;
 
 namespace {
 
 constexpr int shortcutCount = 100'000;
 constexpr int recordCount = 20'000;
-
-// The peak resident size of this process so far, in MiB.
-double peakMemoryMiB()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stod(line.substr(6)) / 1024.0;
-        }
-    }
-    return 0;
-}
 
 // A profile as a heavy user would have it: 100,000 shortcuts over 30 collections with a
 // sentence or two each, some media, and 20,000 records. Made once and kept in the temporary

@@ -5,6 +5,8 @@
 
 #include "picker/picker_panel.h"
 #include "platform/secret/libsecret_store.h"
+#include "shell/bulk_media_sheet.h"
+#include "shell/bulk_sheet.h"
 #include "shell/collection_library_page.h"
 #include "shell/collection_sheets.h"
 #include "shell/main_window.h"
@@ -182,6 +184,15 @@ int main(int argc, char* argv[])
     ok = save(&window, folder, QStringLiteral("menu-icons-only")) && ok;
     window.setSidebarCollapsed(false);
     window.setNotice(QString());
+
+    BulkSheet bulk(db, &window);
+    bulk.show();
+    ok = save(&bulk, folder, QStringLiteral("paste-many-sheet")) && ok;
+    bulk.close();
+    BulkMediaSheet media(db, &window);
+    media.show();
+    ok = save(&media, folder, QStringLiteral("bulk-media-sheet")) && ok;
+    media.close();
 
     ShortcutEditor editor(db, db.clips().first(), QString(), &window);
     editor.show();

@@ -35,6 +35,27 @@ bool inMediaCollection(const Clip& clip)
 
 } // namespace
 
+std::shared_ptr<const BuilderCommandSnapshot> builderSnapshotFor(const Defaults& defaults,
+                                                                 const ExpansionLibrary& library)
+{
+    if (library.showHidden || library.hiddenCollections.isEmpty()) {
+        return BuilderCommandSnapshot::read(defaults, library.clips, library.records);
+    }
+    QList<Clip> clips;
+    for (const Clip& clip : library.clips) {
+        if (isClipVisible(clip, library.hiddenCollections)) {
+            clips.append(clip);
+        }
+    }
+    QList<CollectionRecord> records;
+    for (const CollectionRecord& record : library.records) {
+        if (!library.hiddenCollections.contains(record.collection, Qt::CaseInsensitive)) {
+            records.append(record);
+        }
+    }
+    return BuilderCommandSnapshot::read(defaults, clips, records);
+}
+
 bool isEndingSuffix(const QString& suffix)
 {
     return suffix == QLatin1String(" ") || suffix == QLatin1String("\n") || suffix == QLatin1String("\r");
@@ -83,6 +104,29 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
         plan.command = command;
         plan.suffix = suffix;
         return plan;
+    }
+
+    // Parsed against the snapshot: nothing on this path reads a setting.
+    const auto builderPlan = [&](const QString& text, bool mayGenerate) -> std::optional<ExpansionPlan> {
+        if (!library.builder) {
+            return std::nullopt;
+        }
+        std::optional<CustomBuilderCommand> builder = library.builder->command(text);
+        if (!builder) {
+            return std::nullopt;
+        }
+        ExpansionPlan found;
+        found.kind = ExpansionPlan::Kind::BuilderCommand;
+        found.command = text;
+        found.suffix = suffix;
+        found.generates = mayGenerate && builder->isComplete();
+        found.builder = std::move(*builder);
+        return found;
+    };
+    if (isEndingSuffix(suffix)) {
+        if (std::optional<ExpansionPlan> found = builderPlan(command, true)) {
+            return *found;
+        }
     }
 
     // The decision runs between a key and its paste: no copy of a large library unless a batch
@@ -148,6 +192,10 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
     });
     if (found != library.clips.cend()) {
         return planForClip(*found, suffix, styled.style);
+    }
+    // Ended by a tab or punctuation: the card shows, but nothing is made without a look at it.
+    if (std::optional<ExpansionPlan> builder = builderPlan(trigger, false)) {
+        return *builder;
     }
     return plan; // NoMatch
 }

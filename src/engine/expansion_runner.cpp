@@ -1,6 +1,7 @@
 #include "engine/expansion_runner.h"
 
 #include "ai/model_profile_store.h"
+#include "builder/builder_app.h"
 #include "engine/inline_commands.h"
 #include "engine/quill_app_delegate.h"
 #include "language/triggers.h"
@@ -79,12 +80,25 @@ ExpansionRunner::ExpansionRunner(DB& db, TavoAccountStore& accounts, Defaults& d
     connect(&m_holdTimer, &QTimer::timeout, this, &ExpansionRunner::pasteLanded);
 
     // The tap's thread decides unmatched triggers on its own from a copy of the library.
-    connect(&m_db, &DB::clipsChanged, this, &ExpansionRunner::publishLibrary);
-    connect(&m_db, &DB::collectionRecordsChanged, this, &ExpansionRunner::publishLibrary);
-    connect(&m_db, &DB::hiddenCollectionsChanged, this, &ExpansionRunner::publishLibrary);
+    const auto libraryChanged = [this] {
+        m_builderStale = true; // the aliases builder commands take come from these
+        publishLibrary();
+    };
+    connect(&m_db, &DB::clipsChanged, this, libraryChanged);
+    connect(&m_db, &DB::collectionRecordsChanged, this, libraryChanged);
+    connect(&m_db, &DB::hiddenCollectionsChanged, this, libraryChanged);
     connect(&m_defaults, &Defaults::valuesChanged, this, &ExpansionRunner::publishLibrary);
-    connect(&m_accounts, &TavoAccountStore::isAuthenticatedChanged, this, &ExpansionRunner::publishLibrary);
+    connect(&m_accounts, &TavoAccountStore::isAuthenticatedChanged, this, libraryChanged);
     publishLibrary();
+}
+
+ExpansionRunner::~ExpansionRunner()
+{
+    // The counters are written as the members go, and a change of the settings must not publish
+    // a library from a runner half taken apart.
+    disconnect(&m_defaults, nullptr, this, nullptr);
+    disconnect(&m_db, nullptr, this, nullptr);
+    disconnect(&m_accounts, nullptr, this, nullptr);
 }
 
 ExpansionLibrary ExpansionRunner::library() const
@@ -94,7 +108,26 @@ ExpansionLibrary ExpansionRunner::library() const
     library.records = m_db.collectionRecords();
     library.hiddenCollections = m_db.hiddenCollections();
     library.showHidden = m_defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections")) || m_pickerShowsHiddenOnly;
+    library.builder = m_builder;
     return library;
+}
+
+void ExpansionRunner::refreshBuilderCommands(const ExpansionLibrary& library)
+{
+    // Settings change at every expansion (its counters): only the builder's own keys and the
+    // hidden switch make a new snapshot, which reads every app and indexes every alias.
+    QJsonObject settings{{QStringLiteral(" showHidden"), library.showHidden}};
+    for (const QString& key : m_defaults.keys()) {
+        if (key.startsWith(QLatin1String("tavoBuilder")) || key == builderAppsKey) {
+            settings.insert(key, m_defaults.value(key));
+        }
+    }
+    if (m_builder && !m_builderStale && settings == m_builderSettings) {
+        return;
+    }
+    m_builder = builderSnapshotFor(m_defaults, library);
+    m_builderSettings = std::move(settings);
+    m_builderStale = false;
 }
 
 void ExpansionRunner::setPickerShowsHiddenOnly(bool on)
@@ -107,8 +140,16 @@ void ExpansionRunner::setPickerShowsHiddenOnly(bool on)
 
 void ExpansionRunner::publishLibrary()
 {
+    if (!m_accounts.isAuthenticated()) {
+        m_builder.reset();
+        m_delegate.setLibrary(nullptr);
+        return;
+    }
     // The lists are shared, not copied: a copy costs a pointer until the store changes them.
-    m_delegate.setLibrary(m_accounts.isAuthenticated() ? std::make_shared<const ExpansionLibrary>(library()) : nullptr);
+    ExpansionLibrary current = library();
+    refreshBuilderCommands(current);
+    current.builder = m_builder;
+    m_delegate.setLibrary(std::make_shared<const ExpansionLibrary>(std::move(current)));
 }
 
 void ExpansionRunner::notice(const QString& text)
@@ -159,6 +200,10 @@ void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
         startInlineCommand(plan, length); // the picker stays: its face takes over
         return;
     }
+    if (plan.kind == ExpansionPlan::Kind::BuilderCommand) {
+        startBuilderCommand(plan);
+        return;
+    }
     // The panel goes once the keys and the chord are out: unmapping it would only delay them.
     QMetaObject::invokeMethod(this, &ExpansionRunner::hidePickerRequested, Qt::QueuedConnection);
     if (plan.givesEndingKeyBack()) {
@@ -175,6 +220,7 @@ void ExpansionRunner::carryOut(const ExpansionPlan& plan, int length)
     case ExpansionPlan::Kind::NotSignedIn:
     case ExpansionPlan::Kind::NoMatch:
     case ExpansionPlan::Kind::InlineCommand:
+    case ExpansionPlan::Kind::BuilderCommand:
     case ExpansionPlan::Kind::Nothing:
         return; // handled above
     case ExpansionPlan::Kind::Calculation:
@@ -446,6 +492,18 @@ void ExpansionRunner::startInlineCommand(const ExpansionPlan& plan, int length)
         rewriteClipboardToTone(command->tone, length, plan.suffix);
         return;
     }
+}
+
+void ExpansionRunner::startBuilderCommand(const ExpansionPlan& plan)
+{
+    // The command stays typed either way, and its ending key is gone: it was the command's.
+    finishWithoutPaste(false);
+    if (plan.generates) {
+        QMetaObject::invokeMethod(this, &ExpansionRunner::hidePickerRequested, Qt::QueuedConnection);
+        emit builderGenerateRequested(plan.command);
+        return;
+    }
+    emit builderCardRequested(plan.builder);
 }
 
 bool ExpansionRunner::removeInlineCommand(int count, const QString& noReturnApp, const QString& refusal)

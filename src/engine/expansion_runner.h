@@ -5,6 +5,7 @@
 #include "platform/desktop.h"
 #include "store/scorecard.h"
 
+#include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QObject>
 #include <QTimer>
@@ -29,6 +30,7 @@ class ExpansionRunner : public QObject
 public:
     ExpansionRunner(DB& db, TavoAccountStore& accounts, Defaults& defaults, QuillAppDelegate& delegate,
                     Desktop& desktop, Pasteboard& pasteboard, QObject* parent = nullptr);
+    ~ExpansionRunner() override;
 
     // The library as a decision sees it now.
     ExpansionLibrary library() const;
@@ -71,10 +73,20 @@ signals:
     // The typed \p is gone: the prompt editor may take the keyboard now.
     void promptEditorFocusRequested();
     void pickerQueryRequested(const QString& query);
+    // A builder command that waits for values: the picker shows its card, the target keeps the
+    // keyboard.
+    void builderCardRequested(const tavo::CustomBuilderCommand& command);
+    // A complete builder command typed and ended: its output is to be made from `trigger`, the
+    // command as typed, which stays in the target.
+    void builderGenerateRequested(const QString& trigger);
 
 private:
     void carryOut(const ExpansionPlan& plan, int length);
     void startInlineCommand(const ExpansionPlan& plan, int length);
+    void startBuilderCommand(const ExpansionPlan& plan);
+    // A new snapshot of the builder apps when their settings, the shortcuts or the records have
+    // changed since the last one.
+    void refreshBuilderCommands(const ExpansionLibrary& library);
     // Removes a typed inline command; false (with `refusal` as the notice) when it cannot.
     bool removeInlineCommand(int count, const QString& noReturnApp, const QString& refusal);
     // Rewrites the clipboard through the selected model and pastes the answer in place of the
@@ -107,8 +119,11 @@ private:
     MetricCounter m_metrics;
     QTimer m_holdTimer;
     bool m_pickerShowsHiddenOnly = false;
-    quint64 m_heldKey = 0;    // the key whose hold the expansion under way claimed
-    quint64 m_landingKey = 0; // the hold let go when the paste on its way has landed
+    std::shared_ptr<const BuilderCommandSnapshot> m_builder;
+    QJsonObject m_builderSettings; // what m_builder was read from
+    bool m_builderStale = true;    // the shortcuts or records changed since
+    quint64 m_heldKey = 0;         // the key whose hold the expansion under way claimed
+    quint64 m_landingKey = 0;      // the hold let go when the paste on its way has landed
     QString m_pendingNotice;
     QPointer<AITextRequest> m_toneRewrite; // one at a time: a newer command replaces it
 };

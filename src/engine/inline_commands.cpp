@@ -1,6 +1,9 @@
 #include "engine/inline_commands.h"
 
+#include "language/triggers.h"
+
 #include <QHash>
+#include <QMimeDatabase>
 
 namespace tavo {
 
@@ -159,6 +162,63 @@ QString promptSummaryFor(qsizetype referenceCount)
     }
     return QStringLiteral("Expanded saved shortcut text and entered information; %1 reference file(s) attached.")
         .arg(referenceCount);
+}
+
+QString imageKey(const QString& text)
+{
+    QString key = text.trimmed().toLower();
+    if (key.startsWith(u'/') || key.startsWith(u'\\')) {
+        key.remove(0, 1);
+    }
+    for (const char* suffix : {".media", ".app", ".ai", ".web", ".gif", ".e"}) {
+        if (key.endsWith(QLatin1String(suffix))) {
+            key.chop(qsizetype(qstrlen(suffix)));
+            break;
+        }
+    }
+    return key;
+}
+
+ImageExpression resolveImageExpression(const QString& text, const QList<Clip>& clips)
+{
+    static const QString marker = QStringLiteral("-prompt");
+    // A payload may begin with the prompt: "prompt-a-cat" has no references.
+    const QString padded = u'-' + text;
+    const qsizetype at = padded.indexOf(marker, 0, Qt::CaseInsensitive);
+    ImageExpression expression;
+    if (at >= 0) {
+        QString prompt = padded.mid(at + marker.size());
+        while (prompt.startsWith(u'-')) {
+            prompt.remove(0, 1);
+        }
+        expression.prompt = prompt.replace(u'-', u' ').trimmed();
+    }
+    const QMimeDatabase types;
+    const auto take = [&](const Clip& clip) {
+        for (const QString& file : clip.files) {
+            if (!expression.imagePaths.contains(file) &&
+                types.mimeTypeForFile(file, QMimeDatabase::MatchExtension).name().startsWith(QLatin1String("image/"))) {
+                expression.imagePaths << file;
+            }
+        }
+    };
+    const QString references = at >= 0 ? padded.left(at) : padded;
+    for (const QString& part : references.split(u'-', Qt::SkipEmptyParts)) {
+        if (const std::optional<ShortcutBatchRequest> batch = parseBatchTrigger(part)) {
+            for (const Clip& clip : resolveBatch(*batch, clips)) {
+                take(clip);
+            }
+            continue;
+        }
+        const QString wanted = imageKey(part);
+        for (const Clip& clip : clips) {
+            if (imageKey(clip.key) == wanted) {
+                take(clip);
+                break;
+            }
+        }
+    }
+    return expression;
 }
 
 namespace InlineNotice {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "language/shortcut_record.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -64,6 +66,20 @@ PromptDraft promptDraftFor(const QString& payload);
 // Adds the closing note on reference files when there are any.
 QString withReferenceNote(const QString& prompt, qsizetype referenceCount);
 QString promptSummaryFor(qsizetype referenceCount);
+
+// A key as an image reference names it: trimmed, lower case, without a leading "/" or "\" and
+// without one suffix of ".media", ".app", ".ai", ".web", ".gif" or ".e".
+QString imageKey(const QString& text);
+
+// What follows "\img-": the shortcuts whose images serve as references, then "-prompt" and the
+// prompt itself ("logo-team1..3-prompt-a-poster"). Each reference is a batch
+// ("team1..3", "a&b") or one key; only their image files count, each once.
+struct ImageExpression
+{
+    QStringList imagePaths;
+    QString prompt;
+};
+ImageExpression resolveImageExpression(const QString& text, const QList<Clip>& clips);
 
 namespace InlineNotice {
 inline const QString promptNoReturnApp =

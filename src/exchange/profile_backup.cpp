@@ -3,6 +3,7 @@
 #include "exchange/media_name.h"
 #include "exchange/work_folder.h"
 #include "language/json_stream.h"
+#include "platform/user_folders.h"
 #include "platform/zip/zip_reader.h"
 #include "platform/zip/zip_writer.h"
 #include "store/attachments.h"
@@ -192,15 +193,9 @@ QString suggestedBackupName(const QDateTime& now)
     return QStringLiteral("Tavo-Backup-") + now.toString(QStringLiteral("yyyy-MM-dd-HHmmss")) + QStringLiteral(".zip");
 }
 
-QString defaultBackupFolder()
-{
-    const QString desktop = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
-    return !desktop.isEmpty() && QFileInfo(desktop).isDir() ? desktop : QDir::homePath();
-}
-
 QString defaultBackupPath()
 {
-    const QString folder = defaultBackupFolder();
+    const QString folder = desktopFolder();
     const QString name = suggestedBackupName();
     QString path = folder + u'/' + name;
     for (int n = 2; occupied(path); ++n) {
@@ -454,6 +449,7 @@ void makeProfileBackupInBackground(DB& db, const QString& target,
                                    const std::function<void(const Result<QString>&)>& done)
 {
     QPointer<DB> store(&db);
+    db.waitForSaves(); // the archive is made from the files, which then hold every change
     const BackupRequest request{db.dir(), db.hiddenCollections(), target};
     QThreadPool::globalInstance()->start([store, request, done] {
         const Result<QString> saved = makeProfileBackup(request);

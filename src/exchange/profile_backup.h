@@ -31,8 +31,6 @@ QString restoredStatus(qsizetype shortcutCount);
 
 // "Tavo-Backup-<local date and time>.zip".
 QString suggestedBackupName(const QDateTime& now = QDateTime::currentDateTime());
-// The Desktop, or home when there is none; never created.
-QString defaultBackupFolder();
 // The suggested name in the default folder, numbered when a file of that name is there already.
 QString defaultBackupPath();
 

@@ -1,120 +1,60 @@
 #include "exchange/shared_shortcut.h"
 
 #include "language/json_stream.h"
+#include "language/shortcut_record.h"
 
 namespace tavo {
 
 namespace {
 
-void writeOptional(JsonWriter& writer, QLatin1StringView key, const std::optional<QString>& value)
+// A package's shortcut is a clip without identity or math flag, its media standing in the files;
+// going through a clip lets the one shortcut codec read and write both forms.
+Clip asClip(const TavoSharedShortcut& shortcut)
 {
-    if (value) {
-        writer.key(key);
-        writer.value(*value);
-    }
+    return Clip{.id = QUuid(),
+                .key = shortcut.key,
+                .name = shortcut.name,
+                .text = shortcut.text,
+                .group = shortcut.group,
+                .files = shortcut.media,
+                .directMediaPaste = shortcut.directMediaPaste,
+                .groups = shortcut.groups,
+                .appBundleIdentifier = shortcut.appBundleIdentifier,
+                .appPath = shortcut.appPath,
+                .isMathResult = std::nullopt,
+                .webURL = shortcut.webURL,
+                .defaultMediaArticle = shortcut.defaultMediaArticle};
+}
+
+TavoSharedShortcut asSharedShortcut(Clip&& clip)
+{
+    return TavoSharedShortcut{.key = std::move(clip.key),
+                              .name = std::move(clip.name),
+                              .text = std::move(clip.text),
+                              .group = std::move(clip.group),
+                              .media = std::move(clip.files),
+                              .directMediaPaste = clip.directMediaPaste,
+                              .groups = std::move(clip.groups),
+                              .appBundleIdentifier = std::move(clip.appBundleIdentifier),
+                              .appPath = std::move(clip.appPath),
+                              .webURL = std::move(clip.webURL),
+                              .defaultMediaArticle = std::move(clip.defaultMediaArticle)};
 }
 
 } // namespace
 
 void writeSharedShortcut(JsonWriter& writer, const TavoSharedShortcut& shortcut)
 {
-    writer.beginObject();
-    writer.key(QLatin1StringView("key"));
-    writer.value(shortcut.key);
-    writer.key(QLatin1StringView("name"));
-    writer.value(shortcut.name);
-    writer.key(QLatin1StringView("text"));
-    writer.value(shortcut.text);
-    writer.key(QLatin1StringView("group"));
-    writer.value(shortcut.group);
-    writer.key(QLatin1StringView("media"));
-    writer.value(shortcut.media);
-    // Absent optionals are left out rather than written as null.
-    if (shortcut.directMediaPaste) {
-        writer.key(QLatin1StringView("directMediaPaste"));
-        writer.value(*shortcut.directMediaPaste);
-    }
-    if (shortcut.groups) {
-        writer.key(QLatin1StringView("groups"));
-        writer.value(*shortcut.groups);
-    }
-    writeOptional(writer, QLatin1StringView("appBundleIdentifier"), shortcut.appBundleIdentifier);
-    writeOptional(writer, QLatin1StringView("appPath"), shortcut.appPath);
-    writeOptional(writer, QLatin1StringView("webURL"), shortcut.webURL);
-    writeOptional(writer, QLatin1StringView("defaultMediaArticle"), shortcut.defaultMediaArticle);
-    writer.endObject();
+    writeClip(writer, asClip(shortcut), ShortcutForm::Package);
 }
 
 std::optional<TavoSharedShortcut> readSharedShortcut(JsonReader& reader)
 {
-    if (!reader.beginObject()) {
+    std::optional<Clip> clip = readClip(reader, ShortcutForm::Package);
+    if (!clip) {
         return std::nullopt;
     }
-    TavoSharedShortcut shortcut;
-    enum Required : unsigned
-    {
-        Key = 1,
-        Name = 2,
-        Text = 4,
-        Group = 8,
-        Media = 16,
-        All = 31
-    };
-    unsigned found = 0;
-    auto required = [&](QString& field, Required bit) {
-        std::optional<QString> value = reader.readString();
-        if (!value) {
-            return false;
-        }
-        field = std::move(*value);
-        found |= bit;
-        return true;
-    };
-    auto text = [&] { return reader.readString(); };
-    auto flag = [&] { return reader.readBool(); };
-    auto list = [&] { return reader.readStringList(); };
-
-    while (const std::optional<QByteArrayView> key = reader.nextKey()) {
-        bool ok = true;
-        if (*key == "key") {
-            ok = required(shortcut.key, Key);
-        } else if (*key == "name") {
-            ok = required(shortcut.name, Name);
-        } else if (*key == "text") {
-            ok = required(shortcut.text, Text);
-        } else if (*key == "group") {
-            ok = required(shortcut.group, Group);
-        } else if (*key == "media") {
-            std::optional<QStringList> media = reader.readStringList();
-            ok = media.has_value();
-            if (ok) {
-                shortcut.media = std::move(*media);
-                found |= Media;
-            }
-        } else if (*key == "directMediaPaste") {
-            ok = readOptional(reader, shortcut.directMediaPaste, flag);
-        } else if (*key == "groups") {
-            ok = readOptional(reader, shortcut.groups, list);
-        } else if (*key == "appBundleIdentifier") {
-            ok = readOptional(reader, shortcut.appBundleIdentifier, text);
-        } else if (*key == "appPath") {
-            ok = readOptional(reader, shortcut.appPath, text);
-        } else if (*key == "webURL") {
-            ok = readOptional(reader, shortcut.webURL, text);
-        } else if (*key == "defaultMediaArticle") {
-            ok = readOptional(reader, shortcut.defaultMediaArticle, text);
-        } else {
-            ok = reader.skipValue(); // a key of a newer version
-        }
-        if (!ok) {
-            reader.fail();
-            return std::nullopt;
-        }
-    }
-    if (reader.failed() || found != All) {
-        return std::nullopt;
-    }
-    return shortcut;
+    return asSharedShortcut(std::move(*clip));
 }
 
 QByteArray TavoSharedShortcut::toJsonBytes() const

@@ -15,6 +15,16 @@ constexpr QLatin1StringView suffixesForMoving[] = {
     QLatin1StringView(".media"), QLatin1StringView(".gif"), QLatin1StringView(".e"),
 };
 
+// Absent optionals are left out rather than written as null.
+template<typename T>
+void writeOptional(JsonWriter& writer, QLatin1StringView key, const std::optional<T>& value)
+{
+    if (value) {
+        writer.key(key);
+        writer.value(*value);
+    }
+}
+
 } // namespace
 
 QStringList Clip::allGroups() const
@@ -30,11 +40,14 @@ QStringList Clip::allGroups() const
     return result;
 }
 
-void writeClip(JsonWriter& writer, const Clip& clip)
+void writeClip(JsonWriter& writer, const Clip& clip, ShortcutForm form)
 {
+    const bool library = form == ShortcutForm::Library;
     writer.beginObject();
-    writer.key(QLatin1StringView("id"));
-    writer.value(uuidText(clip.id));
+    if (library) {
+        writer.key(QLatin1StringView("id"));
+        writer.value(uuidText(clip.id));
+    }
     writer.key(QLatin1StringView("key"));
     writer.value(clip.key);
     writer.key(QLatin1StringView("name"));
@@ -43,46 +56,28 @@ void writeClip(JsonWriter& writer, const Clip& clip)
     writer.value(clip.text);
     writer.key(QLatin1StringView("group"));
     writer.value(clip.group);
-    writer.key(QLatin1StringView("files"));
+    writer.key(library ? QLatin1StringView("files") : QLatin1StringView("media"));
     writer.value(clip.files);
-    // Absent optionals are left out rather than written as null.
-    if (clip.directMediaPaste) {
-        writer.key(QLatin1StringView("directMediaPaste"));
-        writer.value(*clip.directMediaPaste);
+    writeOptional(writer, QLatin1StringView("directMediaPaste"), clip.directMediaPaste);
+    writeOptional(writer, QLatin1StringView("groups"), clip.groups);
+    writeOptional(writer, QLatin1StringView("appBundleIdentifier"), clip.appBundleIdentifier);
+    writeOptional(writer, QLatin1StringView("appPath"), clip.appPath);
+    if (library) {
+        writeOptional(writer, QLatin1StringView("isMathResult"), clip.isMathResult);
     }
-    if (clip.groups) {
-        writer.key(QLatin1StringView("groups"));
-        writer.value(*clip.groups);
-    }
-    if (clip.appBundleIdentifier) {
-        writer.key(QLatin1StringView("appBundleIdentifier"));
-        writer.value(*clip.appBundleIdentifier);
-    }
-    if (clip.appPath) {
-        writer.key(QLatin1StringView("appPath"));
-        writer.value(*clip.appPath);
-    }
-    if (clip.isMathResult) {
-        writer.key(QLatin1StringView("isMathResult"));
-        writer.value(*clip.isMathResult);
-    }
-    if (clip.webURL) {
-        writer.key(QLatin1StringView("webURL"));
-        writer.value(*clip.webURL);
-    }
-    if (clip.defaultMediaArticle) {
-        writer.key(QLatin1StringView("defaultMediaArticle"));
-        writer.value(*clip.defaultMediaArticle);
-    }
+    writeOptional(writer, QLatin1StringView("webURL"), clip.webURL);
+    writeOptional(writer, QLatin1StringView("defaultMediaArticle"), clip.defaultMediaArticle);
     writer.endObject();
 }
 
-std::optional<Clip> readClip(JsonReader& reader)
+std::optional<Clip> readClip(JsonReader& reader, ShortcutForm form)
 {
     if (!reader.beginObject()) {
         return std::nullopt;
     }
-    Clip clip;
+    const bool library = form == ShortcutForm::Library;
+    // The library's form always names its own id, and a package's has none: no fresh one to make.
+    Clip clip{.id = QUuid()};
     enum Required : unsigned
     {
         Id = 1,
@@ -93,6 +88,8 @@ std::optional<Clip> readClip(JsonReader& reader)
         Files = 32,
         All = 63
     };
+    const unsigned all = library ? All : All & ~Id;
+    const QByteArrayView filesKey = library ? QByteArrayView("files") : QByteArrayView("media");
     unsigned found = 0;
     auto required = [&](QString& field, Required bit) {
         std::optional<QString> value = reader.readString();
@@ -109,7 +106,7 @@ std::optional<Clip> readClip(JsonReader& reader)
 
     while (const std::optional<QByteArrayView> key = reader.nextKey()) {
         bool ok = true;
-        if (*key == "id") {
+        if (*key == "id" && library) {
             const std::optional<QByteArrayView> idText = reader.readRawString();
             const std::optional<QUuid> id = idText ? parseUuid(QLatin1StringView(*idText)) : std::nullopt;
             ok = id.has_value();
@@ -125,7 +122,7 @@ std::optional<Clip> readClip(JsonReader& reader)
             ok = required(clip.text, Text);
         } else if (*key == "group") {
             ok = required(clip.group, Group);
-        } else if (*key == "files") {
+        } else if (*key == filesKey) {
             std::optional<QStringList> files = reader.readStringList();
             ok = files.has_value();
             if (ok) {
@@ -140,21 +137,21 @@ std::optional<Clip> readClip(JsonReader& reader)
             ok = readOptional(reader, clip.appBundleIdentifier, text);
         } else if (*key == "appPath") {
             ok = readOptional(reader, clip.appPath, text);
-        } else if (*key == "isMathResult") {
+        } else if (*key == "isMathResult" && library) {
             ok = readOptional(reader, clip.isMathResult, flag);
         } else if (*key == "webURL") {
             ok = readOptional(reader, clip.webURL, text);
         } else if (*key == "defaultMediaArticle") {
             ok = readOptional(reader, clip.defaultMediaArticle, text);
         } else {
-            ok = reader.skipValue(); // a key of a newer version
+            ok = reader.skipValue(); // a key of a newer version, or of the other form
         }
         if (!ok) {
             reader.fail();
             return std::nullopt;
         }
     }
-    if (reader.failed() || found != All) {
+    if (reader.failed() || found != all) {
         return std::nullopt;
     }
     return clip;

@@ -42,9 +42,18 @@ struct Clip
 class JsonReader;
 class JsonWriter;
 
+// The two stored forms of a shortcut: the library's own, and a package's, which carries no `id`
+// and no `isMathResult` and names its attachments `media` instead of `files`.
+enum class ShortcutForm
+{
+    Library,
+    Package
+};
+
 // The codec itself, on the streaming JSON reader and writer; the QJson forms above use it too.
-void writeClip(JsonWriter& writer, const Clip& clip);
-std::optional<Clip> readClip(JsonReader& reader);
+// Reading a package's form leaves `id` null.
+void writeClip(JsonWriter& writer, const Clip& clip, ShortcutForm form = ShortcutForm::Library);
+std::optional<Clip> readClip(JsonReader& reader, ShortcutForm form = ShortcutForm::Library);
 
 } // namespace tavo
 

@@ -1,5 +1,7 @@
 #include "picker/command_faces.h"
 
+#include "builder/builder_prompt.h"
+
 #include "ai/model_profile_store.h"
 #include "ai/prompt_expansion.h"
 #include "ai/text_client.h"
@@ -12,6 +14,7 @@
 
 #include <QComboBox>
 #include <QEvent>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -44,6 +47,24 @@ QPushButton* button(const QString& text, QWidget* parent)
     design::name(made, text);
     made->setFocusPolicy(Qt::NoFocus); // the panel gives the keyboard to its editors only
     return made;
+}
+
+// A rewrite or rephrase answer: the trimmed text replaces the editor's, unless the request failed
+// or came back empty; `failed` words a failure, `ready` the success.
+void takeRewrittenText(const Result<QString>& answer, QPlainTextEdit* editor, QLabel* status,
+                       QString (*failed)(const QString&), const QString& ready)
+{
+    if (!answer.ok()) {
+        status->setText(failed(answer.error().description));
+        return;
+    }
+    const QString result = answer.value().trimmed();
+    if (result.isEmpty()) {
+        status->setText(failed(FaceText::rewriteEmpty));
+        return;
+    }
+    editor->setPlainText(result);
+    status->setText(ready);
 }
 
 QComboBox* toneMenu(const QString& name, const QString& current, QWidget* parent)
@@ -94,6 +115,20 @@ bool isPasteChord(QEvent* event)
     const auto* key = static_cast<QKeyEvent*>(event);
     return (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) &&
            key->modifiers().testFlag(Qt::ControlModifier);
+}
+
+// The shortcuts and records a prompt or an image may name.
+std::pair<QList<Clip>, QList<CollectionRecord>> visibleLibrary(const DB& db, const Defaults& defaults)
+{
+    // Hidden collections lend their shortcuts and records only when the picker shows them.
+    const bool showHidden = defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections"));
+    QList<CollectionRecord> records = db.collectionRecords();
+    if (!showHidden) {
+        const QStringList& hidden = db.hiddenCollections();
+        records.removeIf(
+            [&](const CollectionRecord& record) { return hidden.contains(record.collection, Qt::CaseInsensitive); });
+    }
+    return {showHidden ? db.clips() : db.availableClips(), records};
 }
 
 } // namespace
@@ -195,20 +230,11 @@ void RewriteFace::rewriteClipboardText()
     m_rewrite->setEnabled(false);
     m_status->setText(FaceText::rewriting(tone));
     m_request = SharedAIClient::generate(model->profile, model->key, pickerRewritePrompt(tone, text), {},
-                                         rewriteMaxOutputTokens, this, [this, tone](Result<QString> answer) {
+                                         rewriteMaxOutputTokens, this, [this, tone](const Result<QString>& answer) {
                                              m_busy = false;
                                              m_rewrite->setEnabled(true);
-                                             if (!answer.ok()) {
-                                                 m_status->setText(FaceText::rewriteFailed(answer.error().description));
-                                                 return;
-                                             }
-                                             const QString result = answer.value().trimmed();
-                                             if (result.isEmpty()) {
-                                                 m_status->setText(FaceText::rewriteFailed(FaceText::rewriteEmpty));
-                                                 return;
-                                             }
-                                             m_editor->setPlainText(result);
-                                             m_status->setText(FaceText::rewriteReady(tone));
+                                             takeRewrittenText(answer, m_editor, m_status, FaceText::rewriteFailed,
+                                                               FaceText::rewriteReady(tone));
                                          });
 }
 
@@ -245,6 +271,7 @@ PromptFace::PromptFace(Defaults& defaults, QWidget* parent)
     m_editor->viewport()->installEventFilter(this);
     m_editor->installEventFilter(this);
     auto* expand = button(QStringLiteral("Expand shortcuts"), this);
+    expand->setToolTip(QStringLiteral("Replace the shortcuts named in the prompt by what they hold (Ctrl+E)"));
     auto* copy = button(QStringLiteral("Copy text prompt"), this);
     auto* paste = button(QStringLiteral("Paste"), this);
     paste->setToolTip(QStringLiteral("Paste into your app (Ctrl+Return)"));
@@ -293,6 +320,15 @@ void PromptFace::enter(const QString& payload, int removeCount, const DB* db)
         return;
     }
     m_editor->setPlainText(draft.text);
+    if (m_db) {
+        // An app command after \p- drafts the prompt from the app's action and the values typed.
+        const auto [clips, records] = visibleLibrary(*m_db, m_defaults);
+        if (const std::optional<BuilderPromptDraft> app =
+                builderPromptDraft(payload.trimmed(), clips, records, m_defaults, {})) {
+            m_editor->setPlainText(app->text);
+            addReferencePaths(app->referencePaths);
+        }
+    }
     expandedPromptSnapshot();
     m_editor->setPlainText(withReferenceNote(m_editor->toPlainText(), m_referencePaths.size()));
     m_status->setText(draft.status);
@@ -353,16 +389,8 @@ void PromptFace::expandedPromptSnapshot()
     if (!m_db) {
         return;
     }
-    // Hidden collections lend their shortcuts only when the picker shows them.
-    const bool showHidden = m_defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections"));
-    QList<CollectionRecord> records = m_db->collectionRecords();
-    if (!showHidden) {
-        const QStringList& hidden = m_db->hiddenCollections();
-        records.removeIf(
-            [&](const CollectionRecord& record) { return hidden.contains(record.collection, Qt::CaseInsensitive); });
-    }
-    const PromptShortcutExpansion expansion = expandPromptShortcutMentions(
-        m_editor->toPlainText(), showHidden ? m_db->clips() : m_db->availableClips(), records);
+    const auto [clips, records] = visibleLibrary(*m_db, m_defaults);
+    const PromptShortcutExpansion expansion = expandPromptShortcutMentions(m_editor->toPlainText(), clips, records);
     addReferencePaths(expansion.paths);
     if (expansion.labels.isEmpty()) {
         m_status->setText(FaceText::noMentions);
@@ -393,23 +421,13 @@ void PromptFace::rephrasePrompt()
     m_busy = true;
     m_rephrase->setEnabled(false);
     m_status->setText(FaceText::rephrasing(tone, model->profile.name));
-    m_request =
-        SharedAIClient::generate(model->profile, model->key, rephrasePromptRequest(tone, prompt), {},
-                                 rewriteMaxOutputTokens, this, [this, tone](Result<QString> answer) {
-                                     m_busy = false;
-                                     m_rephrase->setEnabled(true);
-                                     if (!answer.ok()) {
-                                         m_status->setText(FaceText::rephraseFailed(answer.error().description));
-                                         return;
-                                     }
-                                     const QString result = answer.value().trimmed();
-                                     if (result.isEmpty()) {
-                                         m_status->setText(FaceText::rephraseFailed(FaceText::rewriteEmpty));
-                                         return;
-                                     }
-                                     m_editor->setPlainText(result);
-                                     m_status->setText(FaceText::rephraseReady(tone));
-                                 });
+    m_request = SharedAIClient::generate(model->profile, model->key, rephrasePromptRequest(tone, prompt), {},
+                                         rewriteMaxOutputTokens, this, [this, tone](const Result<QString>& answer) {
+                                             m_busy = false;
+                                             m_rephrase->setEnabled(true);
+                                             takeRewrittenText(answer, m_editor, m_status, FaceText::rephraseFailed,
+                                                               FaceText::rephraseReady(tone));
+                                         });
 }
 
 void PromptFace::paste()
@@ -436,6 +454,13 @@ bool PromptFace::eventFilter(QObject* watched, QEvent* event)
     if (watched == m_editor && isPasteChord(event)) {
         paste();
         return true;
+    }
+    if (watched == m_editor && event->type() == QEvent::KeyPress) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() == Qt::Key_E && key->modifiers() == Qt::ControlModifier) {
+            expandedPromptSnapshot(); // the mentions typed so far, without leaving the keyboard
+            return true;
+        }
     }
     return QWidget::eventFilter(watched, event);
 }
@@ -467,16 +492,25 @@ ImageFace::ImageFace(Defaults& defaults, QWidget* parent)
     layout->addLayout(actions);
 }
 
-void ImageFace::enter(const QString& payload)
+void ImageFace::enter(const QString& payload, const DB* db)
 {
     reset();
     // The image app's own prompt shows as the hint until the user writes one.
     if (const std::optional<QString> preset = m_defaults.string(QStringLiteral("tavoBuilderPrompt.Image Creator"))) {
         m_prompt->setPlaceholderText(*preset);
     }
-    const QString references = payload.trimmed();
-    m_references->setVisible(!references.isEmpty());
-    m_references->setText(QStringLiteral("References: ") + references);
+    if (!db || payload.trimmed().isEmpty()) {
+        return;
+    }
+    const ImageExpression expression = resolveImageExpression(payload.trimmed(), visibleLibrary(*db, m_defaults).first);
+    m_referencePaths = expression.imagePaths;
+    m_prompt->setPlainText(expression.prompt);
+    QStringList names;
+    for (const QString& path : m_referencePaths) {
+        names << QFileInfo(path).fileName();
+    }
+    m_references->setVisible(!names.isEmpty());
+    m_references->setText(QStringLiteral("References: ") + names.join(QStringLiteral(", ")));
 }
 
 void ImageFace::reset()
@@ -485,6 +519,7 @@ void ImageFace::reset()
     m_prompt->setPlaceholderText(QStringLiteral("Image prompt"));
     m_references->clear();
     m_references->hide();
+    m_referencePaths.clear();
 }
 
 void ImageFace::input(const QString& text)

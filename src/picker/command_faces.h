@@ -1,12 +1,15 @@
 #pragma once
 
 #include "ai/model_profile.h"
+#include "language/shortcut_record.h"
+#include "store/collections.h"
 
 #include <QPointer>
 #include <QStringList>
 #include <QWidget>
 
 #include <optional>
+#include <utility>
 
 class QComboBox;
 class QLabel;
@@ -135,12 +138,14 @@ class ImageFace : public QWidget
 public:
     ImageFace(Defaults& defaults, QWidget* parent = nullptr);
 
-    void enter(const QString& payload);
+    // `payload` names reference shortcuts and the prompt; `db` is where they are looked up.
+    void enter(const QString& payload, const DB* db);
     void reset();
     // A key of the image prompt as the tap sends it: text, "__BACKSPACE__" or "__NEWLINE__".
     void input(const QString& text);
 
     QString prompt() const;
+    QStringList referencePaths() const { return m_referencePaths; }
     QPlainTextEdit* promptField() const { return m_prompt; }
 
 signals:
@@ -155,6 +160,7 @@ private:
     Defaults& m_defaults;
     QPlainTextEdit* m_prompt;
     QLabel* m_references;
+    QStringList m_referencePaths;
 };
 
 } // namespace tavo

@@ -1,5 +1,6 @@
 #include "picker/picker_panel.h"
 
+#include "picker/builder_card.h"
 #include "picker/command_faces.h"
 #include "picker/picker_geometry.h"
 #include "picker/picker_rows.h"
@@ -90,6 +91,7 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     , m_rewriteFace(new RewriteFace(defaults, m_faces))
     , m_promptFace(new PromptFace(defaults, m_faces))
     , m_imageFace(new ImageFace(defaults, m_faces))
+    , m_builderCard(new BuilderShortcutCommandCard(m_faces))
 {
     // Never the active window: the application in front keeps the keyboard and the trigger.
     setAttribute(Qt::WA_ShowWithoutActivating);
@@ -223,6 +225,7 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     m_faces->addWidget(m_rewriteFace);
     m_faces->addWidget(m_promptFace);
     m_faces->addWidget(m_imageFace);
+    m_faces->addWidget(m_builderCard);
     auto* layout = new QVBoxLayout(m_shortcutsFace);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(4);
@@ -242,6 +245,10 @@ PickerPanel::PickerPanel(Defaults& defaults, QWidget* parent)
     connect(m_rewriteFace, &RewriteFace::fieldWanted, this, &PickerPanel::focusTextField);
     connect(m_promptFace, &PromptFace::fieldWanted, this, &PickerPanel::focusTextField);
     connect(m_imageFace, &ImageFace::fieldWanted, this, &PickerPanel::focusTextField);
+    connect(m_builderCard, &BuilderShortcutCommandCard::closeRequested, this, &PickerPanel::hidePanel);
+    connect(m_builderCard, &BuilderShortcutCommandCard::fieldWanted, this, &PickerPanel::focusTextField);
+    connect(m_builderCard, &BuilderShortcutCommandCard::generateRequested, this,
+            &PickerPanel::builderGenerateRequested);
     connect(m_rewriteFace, &RewriteFace::pasteRequested, this, &PickerPanel::rewritePasteRequested);
     connect(m_promptFace, &PromptFace::pasteRequested, this, &PickerPanel::promptPasteRequested);
     connect(m_promptFace, &PromptFace::copyRequested, this, &PickerPanel::promptCopyRequested);
@@ -518,6 +525,9 @@ PickerPanel::Face PickerPanel::face() const
     if (current == m_imageFace) {
         return Face::Image;
     }
+    if (current == m_builderCard) {
+        return Face::Builder;
+    }
     return Face::Shortcuts;
 }
 
@@ -530,6 +540,7 @@ void PickerPanel::showFace(QWidget* face)
     m_rewriteFace->reset();
     m_promptFace->reset();
     m_imageFace->reset();
+    m_builderCard->reset();
     m_faces->setCurrentWidget(face);
 }
 
@@ -573,8 +584,26 @@ void PickerPanel::enterImageCommand(const QString& payload)
     }
     m_queryQueued = false;
     showFace(m_imageFace);
-    m_imageFace->enter(payload);
+    m_imageFace->enter(payload, m_db);
     resizeForImageMode(true);
+}
+
+void PickerPanel::showBuilderCommand(const CustomBuilderCommand& command)
+{
+    if (!ensureShown()) {
+        return;
+    }
+    m_queryQueued = false; // the typed command's last queries are behind it
+    showFace(m_builderCard);
+    m_builderCard->setCommand(command, m_db);
+    qCInfo(lcPicker).noquote() << "picker shows the builder card of" << command.app;
+}
+
+void PickerPanel::showBuilderStatus(const QString& status)
+{
+    if (isVisible() && face() == Face::Builder) {
+        m_builderCard->showStatus(status);
+    }
 }
 
 void PickerPanel::focusPromptEditor()

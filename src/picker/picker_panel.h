@@ -1,5 +1,6 @@
 #pragma once
 
+#include "builder/builder_command.h"
 #include "picker/picker_search.h"
 
 #include <QPointer>
@@ -13,6 +14,7 @@ class QStackedWidget;
 
 namespace tavo {
 
+class BuilderShortcutCommandCard;
 class DB;
 class Defaults;
 class ImageFace;
@@ -60,6 +62,7 @@ public:
         Rewrite,
         Prompt,
         Image,
+        Builder,
     };
     Face face() const;
     void enterPromptCommand(const QString& payload, int removeCount);
@@ -72,6 +75,12 @@ public:
     RewriteFace* rewriteFace() const { return m_rewriteFace; }
     PromptFace* promptFace() const { return m_promptFace; }
     ImageFace* imageFace() const { return m_imageFace; }
+    // A builder command that waits for values: its card, in place of the rows. The keyboard
+    // stays where it is until a field of the card is clicked.
+    void showBuilderCommand(const tavo::CustomBuilderCommand& command);
+    // What became of the generation the card asked for.
+    void showBuilderStatus(const QString& status);
+    BuilderShortcutCommandCard* builderCard() const { return m_builderCard; }
 
 signals:
     void chosen(const Clip& clip);
@@ -91,6 +100,8 @@ signals:
     void promptPasteRequested(const QString& text, int removeCount, const QStringList& mediaPaths);
     void promptCopyRequested(const QString& text);
     void promptMediaCopyRequested(const QStringList& mediaPaths);
+    // The card's finished builder command, to be generated.
+    void builderGenerateRequested(const QString& text);
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;
@@ -143,6 +154,7 @@ private:
     RewriteFace* m_rewriteFace;
     PromptFace* m_promptFace;
     ImageFace* m_imageFace;
+    BuilderShortcutCommandCard* m_builderCard;
     bool m_fieldHasKeyboard = false;
 };
 

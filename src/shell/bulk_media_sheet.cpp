@@ -90,7 +90,11 @@ BulkMediaSheet::BulkMediaSheet(DB& db, QWidget* parent)
     connect(m_source, &QButtonGroup::idClicked, this, &BulkMediaSheet::showSource);
 
     auto* filesPage = new QWidget(m_pages);
-    auto* choose = new QPushButton(QStringLiteral("＋ Choose up to 10 files"), filesPage);
+    // The full-width plus of the label is missing from some fonts: a plain one stands in there.
+    const bool hasWidePlus = QFontMetrics(font()).inFontUcs4(0xFF0B);
+    auto* choose = new QPushButton(hasWidePlus ? QStringLiteral("＋ Choose up to 10 files")
+                                               : QStringLiteral("+ Choose up to 10 files"),
+                                   filesPage);
     choose->setObjectName(QStringLiteral("bulkMediaChoose"));
     design::name(choose, QStringLiteral("Choose up to 10 files"));
     connect(choose, &QPushButton::clicked, this, [this] {
@@ -107,7 +111,7 @@ BulkMediaSheet::BulkMediaSheet(DB& db, QWidget* parent)
     });
     auto* filesLayout = new QVBoxLayout(filesPage);
     filesLayout->setContentsMargins(0, 0, 0, 0);
-    filesLayout->addWidget(choose, 0, Qt::AlignLeft);
+    filesLayout->addWidget(choose, 0, Qt::AlignLeft | Qt::AlignTop);
     m_pages->addWidget(filesPage);
 
     auto* urlsPage = new QWidget(m_pages);
@@ -136,6 +140,15 @@ BulkMediaSheet::BulkMediaSheet(DB& db, QWidget* parent)
     m_draftNote->setWordWrap(true);
     m_draftNote->setObjectName(QStringLiteral("bulkMediaDraftNote"));
     m_draftRows->setContentsMargins(0, 0, 0, 0);
+    m_empty = new QLabel(QStringLiteral("Each file or address becomes one shortcut. You review them here before "
+                                        "they are saved."),
+                         m_drafts);
+    m_empty->setWordWrap(true);
+    m_empty->setAlignment(Qt::AlignCenter);
+    QPalette quiet = m_empty->palette();
+    quiet.setColor(QPalette::WindowText, design::secondaryText(quiet));
+    m_empty->setPalette(quiet);
+    m_draftRows->addWidget(m_empty);
     m_draftRows->addStretch(1);
     auto* scroll = new QScrollArea(this);
     scroll->setWidgetResizable(true);
@@ -171,9 +184,9 @@ BulkMediaSheet::BulkMediaSheet(DB& db, QWidget* parent)
 
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(sourceRow);
-    layout->addWidget(m_pages);
+    layout->addWidget(m_pages, 1);
     layout->addWidget(m_draftNote);
-    layout->addWidget(scroll, 1);
+    layout->addWidget(scroll, 2);
     layout->addLayout(collectionRow);
     layout->addWidget(m_collectionNote);
     layout->addWidget(m_progress);
@@ -314,8 +327,8 @@ void BulkMediaSheet::takeMedia(const QStringList& paths, const QStringList& fail
 
 void BulkMediaSheet::rebuildDrafts()
 {
-    while (m_draftRows->count() > 1) {
-        QLayoutItem* item = m_draftRows->takeAt(0);
+    while (m_draftRows->count() > 2) {
+        QLayoutItem* item = m_draftRows->takeAt(1);
         if (QLayout* row = item->layout()) {
             while (QLayoutItem* child = row->takeAt(0)) {
                 delete child->widget();
@@ -383,6 +396,7 @@ void BulkMediaSheet::updateCounters()
     m_urlCounter->setText(QStringLiteral("%1/%2 URLs").arg(pastedURLs(m_urls->toPlainText()).size()).arg(maxItems));
     m_fetch->setEnabled(!m_working && !pastedURLs(m_urls->toPlainText()).isEmpty());
     m_draftNote->setVisible(!m_pending.isEmpty());
+    m_empty->setVisible(m_pending.isEmpty());
     m_collectionNote->setVisible(m_collection->currentData().toString().isEmpty());
     bool keysFilled = !m_pending.isEmpty();
     for (const BulkMediaDraft& draft : m_pending) {

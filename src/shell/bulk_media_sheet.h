@@ -79,6 +79,7 @@ private:
     QLabel* m_urlCounter;
     QPushButton* m_fetch;
     QLabel* m_draftNote;
+    QLabel* m_empty;
     QWidget* m_drafts;
     QVBoxLayout* m_draftRows;
     QComboBox* m_collection;

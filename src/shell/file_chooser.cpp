@@ -1,9 +1,10 @@
 #include "shell/file_chooser.h"
 
+#include "platform/user_folders.h"
+
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QStandardPaths>
 
 namespace tavo {
 
@@ -69,12 +70,6 @@ QString withSuffix(const QString& path, const QString& suffix)
         return path;
     }
     return path + QLatin1Char('.') + suffix;
-}
-
-QString desktopFolder()
-{
-    const QString desktop = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
-    return !desktop.isEmpty() && QFileInfo(desktop).isDir() ? desktop : QDir::homePath();
 }
 
 } // namespace tavo

@@ -36,8 +36,4 @@ public:
 // `path` with ".<suffix>" added unless it already ends so (in any case).
 QString withSuffix(const QString& path, const QString& suffix);
 
-// The folder dialogs and default saves start in: the Desktop, or home when there is none. Never
-// created.
-QString desktopFolder();
-
 } // namespace tavo

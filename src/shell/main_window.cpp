@@ -2,6 +2,7 @@
 
 #include "exchange/shortcut_share.h"
 #include "shell/api_configuration_page.h"
+#include "shell/app_builder_page.h"
 #include "shell/bulk_media_sheet.h"
 #include "shell/bulk_sheet.h"
 #include "shell/collection_library_page.h"
@@ -116,6 +117,8 @@ const QList<SectionLook>& sectionLooks()
          QStringLiteral("One shared model library for AppBuilder and Collection Builder.")},
         {{QStringLiteral("Settings"), QStringLiteral("configure"), QStringLiteral("Setup")},
          QStringLiteral("Your account, keyboard access, start-up and the picker")},
+        {{QStringLiteral("AppBuilder"), QStringLiteral("tools-wizard"), QStringLiteral("Setup")},
+         QStringLiteral("Apps that turn a typed command into a document, a message or an image")},
     };
     return looks;
 }
@@ -240,6 +243,10 @@ QWidget* MainWindow::buildWorkspace()
     m_pages->addWidget(m_collections);
     m_apiConfiguration = new ApiConfigurationPage(m_defaults, workspace);
     m_pages->addWidget(m_apiConfiguration);
+    m_appBuilder = new AppBuilderPage(m_db, m_defaults, workspace);
+    connect(m_appBuilder, &AppBuilderPage::collectionsRequested, this,
+            [this] { setSection(QStringLiteral("Collections")); });
+    m_pages->addWidget(m_appBuilder);
     m_pages->addWidget(m_settings);
 
     // Ctrl+1 to Ctrl+9 open the menu's first nine sections; Ctrl+F the page's search.
@@ -341,6 +348,8 @@ void MainWindow::setSection(const QString& section)
         m_pages->setCurrentWidget(m_collections);
     } else if (section == QLatin1String("API configuration")) {
         m_pages->setCurrentWidget(m_apiConfiguration);
+    } else if (section == QLatin1String("AppBuilder")) {
+        m_pages->setCurrentWidget(m_appBuilder);
     } else if (section == QLatin1String("Settings")) {
         m_pages->setCurrentWidget(m_settings);
     } else {
@@ -397,11 +406,13 @@ QString MainWindow::notice() const
 
 void MainWindow::setNotice(const QString& text)
 {
+    qCInfo(lcWindow).noquote() << "notice:" << text;
     m_notice->showMessage(text, InlineMessage::Kind::Information);
 }
 
 void MainWindow::setWarning(const QString& text)
 {
+    qCInfo(lcWindow).noquote() << "warning:" << text;
     m_notice->showMessage(text, InlineMessage::Kind::Warning);
 }
 

@@ -12,6 +12,7 @@ class QToolButton;
 namespace tavo {
 
 class ApiConfigurationPage;
+class AppBuilderPage;
 class CollectionLibraryPage;
 class DB;
 class DashboardPage;
@@ -51,6 +52,7 @@ public:
     DashboardPage* dashboard() const { return m_dashboard; }
     CollectionLibraryPage* collections() const { return m_collections; }
     ApiConfigurationPage* apiConfiguration() const { return m_apiConfiguration; }
+    AppBuilderPage* appBuilder() const { return m_appBuilder; }
     RegistrationView* registration() const { return m_registration; }
     ExchangeActions* exchange() const { return m_exchange; }
 
@@ -102,6 +104,7 @@ private:
     CollectionLibraryPage* m_collections = nullptr;
     SettingsPage* m_settings = nullptr;
     ApiConfigurationPage* m_apiConfiguration = nullptr;
+    AppBuilderPage* m_appBuilder = nullptr;
     ExchangeActions* m_exchange = nullptr;
     QList<QAction*> m_fileActions;
     bool m_sidebarCollapsed = false;

@@ -47,6 +47,7 @@ QString instanceName()
 }
 
 const QString tapFailedNotice = QStringLiteral("Tavo needs keyboard access to open the shortcut picker.");
+const QString builderGenerationUnavailable = QStringLiteral("Generating builder outputs is not available yet.");
 
 } // namespace
 
@@ -95,6 +96,7 @@ bool TavoApplication::start()
     m_accounts = std::make_unique<TavoAccountStore>(*m_defaults);
     m_accounts->followSignInsElsewhere();
     m_db = std::make_unique<DB>(*m_defaults);
+    m_db->writeInBackground(); // a save never holds up the clipboard or the tap
     m_tap = std::make_unique<X11KeyboardTap>();
     m_desktop = std::make_unique<X11Desktop>();
     m_pasteboard = std::make_unique<QtPasteboard>();
@@ -190,6 +192,17 @@ void TavoApplication::connectPicker()
     connect(runner, &ExpansionRunner::imageCommandEntered, picker, &PickerPanel::enterImageCommand);
     connect(runner, &ExpansionRunner::promptEditorFocusRequested, picker, &PickerPanel::focusPromptEditor);
     connect(runner, &ExpansionRunner::pickerQueryRequested, picker, &PickerPanel::setQuery);
+
+    // Builder commands: the card completes what was typed; a complete command asks for its
+    // output, which nothing makes yet but a notice says so.
+    connect(runner, &ExpansionRunner::builderCardRequested, picker, &PickerPanel::showBuilderCommand);
+    connect(runner, &ExpansionRunner::builderGenerateRequested, this, &TavoApplication::tavoBuilderGenerateShortcut);
+    connect(picker, &PickerPanel::builderGenerateRequested, this, &TavoApplication::tavoBuilderGenerateShortcut);
+    connect(this, &TavoApplication::tavoBuilderGenerateShortcut, this, [this](const QString& trigger) {
+        qCInfo(lcShell).noquote() << "TavoBuilderGenerateShortcut:" << trigger;
+        showNotice(builderGenerationUnavailable);
+        m_picker->showBuilderStatus(builderGenerationUnavailable);
+    });
     connect(m_delegate.get(), &QuillAppDelegate::imagePromptInput, picker, [this](const QString& text) {
         m_picker->imagePromptInput(text == QLatin1String("__PASTE__") ? m_pasteboard->string() : text);
     });
@@ -225,8 +238,11 @@ void TavoApplication::connectPicker()
             m_window->newShortcut();
         } else if (action == QLatin1String("From clipboard")) {
             m_window->addClipboardShortcut();
+        } else if (action == QLatin1String("Paste many")) {
+            m_window->openBulkSheet();
+        } else if (action == QLatin1String("Bulk media")) {
+            m_window->openBulkMediaSheet();
         }
-        // "Paste many" and "Bulk media" arrive with their tools.
     });
 }
 

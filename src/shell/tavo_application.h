@@ -42,6 +42,11 @@ public:
     void showMainWindow();
     MainWindow* mainWindow() const { return m_window.get(); }
 
+signals:
+    // A complete builder command, typed and ended or finished on the picker's card: its output
+    // is to be made from `trigger`, the command's text.
+    void tavoBuilderGenerateShortcut(const QString& trigger);
+
 private:
     bool claimSingleInstance();
     void activateSignedInProfile();

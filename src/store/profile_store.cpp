@@ -6,16 +6,21 @@
 #include "store/list_merge.h"
 #include "store/store_files.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QJsonArray>
 #include <QLockFile>
 #include <QLoggingCategory>
+#include <QPointer>
 #include <QStandardPaths>
 #include <QTimer>
+
+#include <utility>
 
 namespace tavo {
 
@@ -159,7 +164,87 @@ std::optional<QList<T>> readList(const QString& path)
     return decodeList<T>(file.readAll());
 }
 
+// One save of one list: the list to write, and what this process last read or wrote of the file,
+// to take in what another process wrote since.
+template<typename T>
+struct ListSave
+{
+    QString path;
+    QList<T> ours;
+    QList<T> base;
+    std::optional<FileStamp> known; // none: never read or written by us
+};
+
+template<typename T>
+struct ListSaved
+{
+    bool written = false;
+    bool merged = false; // another process had written the file; `list` holds both sides
+    QList<T> list;       // what the file holds now, when written
+    FileStamp stamp;
+};
+
+// Under the file's lock: merges in another writer's changes, then replaces the file atomically.
+// Touches nothing but the file, so it runs on any thread.
+template<typename T>
+ListSaved<T> writeList(const ListSave<T>& save)
+{
+    ListSaved<T> saved;
+    saved.list = save.ours;
+    QDir().mkpath(QFileInfo(save.path).absolutePath());
+    QLockFile lock(save.path + QStringLiteral(".lock"));
+    const bool locked = lock.tryLock(lockTimeoutMs);
+
+    const FileStamp onDisk = stampOf(save.path);
+    if (onDisk.exists() && save.known != onDisk) {
+        // Someone else wrote the file since we last saw it: keep their changes. A file we could
+        // never read is kept aside before it is replaced.
+        if (std::optional<QList<T>> theirs = readList<T>(save.path)) {
+            saved.list = mergeById(save.base, save.ours, *theirs);
+            saved.merged = true;
+        } else if (!keepAside(save.path)) {
+            // Neither readable nor copyable (another owner, no permission): replacing it could
+            // lose what it holds.
+            return saved;
+        }
+    }
+    saved.written = writeFileAtomically(save.path, encodeList(saved.list));
+    if (saved.written) {
+        saved.stamp = stampOf(save.path);
+    }
+    if (locked) {
+        lock.unlock();
+    }
+    return saved;
+}
+
+// A list as read from its file, with the file's stamp taken before the read: a change made while
+// reading shows as a change on the next look.
+template<typename T>
+struct StampedList
+{
+    std::optional<QList<T>> list;
+    FileStamp stamp;
+};
+
+template<typename T>
+StampedList<T> readStamped(const QString& path)
+{
+    StampedList<T> read;
+    read.stamp = stampOf(path);
+    read.list = readList<T>(path);
+    return read;
+}
+
 } // namespace
+
+// What an activation reads of a profile folder; the heavy part of a sign-in.
+struct DB::ProfileRead
+{
+    StampedList<Clip> clips;
+    StampedList<CollectionDefinition> definitions;
+    StampedList<CollectionRecord> records;
+};
 
 QString tavoProfileSlug(const QString& identity)
 {
@@ -210,6 +295,114 @@ DB::DB(Defaults& defaults, const QString& rootFolder, Access access, QObject* pa
     loadCollectionLibrary();
 }
 
+DB::~DB()
+{
+    waitForSaves();
+}
+
+void DB::writeInBackground()
+{
+    if (m_readOnly || m_writer) {
+        return;
+    }
+    m_writer = std::make_unique<BackgroundWriter>();
+    // The application may end without destroying the store: the last write still lands.
+    if (QCoreApplication* app = QCoreApplication::instance()) {
+        connect(app, &QCoreApplication::aboutToQuit, this, &DB::waitForSaves);
+    }
+}
+
+bool DB::savesPending() const
+{
+    // A save asked for during a write is only ever pending beside one in flight.
+    return m_clipsSave.inFlight || m_definitionsSave.inFlight || m_recordsSave.inFlight;
+}
+
+void DB::waitForSaves()
+{
+    if (!m_writer) {
+        return;
+    }
+    while (savesPending()) {
+        m_writer->waitUntilIdle();
+        takeFinishedSaves();
+    }
+}
+
+void DB::takeFinishedSaves()
+{
+    QList<std::function<void()>> finished;
+    {
+        std::lock_guard lock(m_finishedMutex);
+        finished.swap(m_finished);
+    }
+    for (const std::function<void()>& takeIn : finished) {
+        takeIn();
+    }
+}
+
+template<typename T>
+void DB::dropInBackground(QList<T>&& list)
+{
+    // Freeing a hundred thousand shortcuts takes milliseconds; the writer has the time.
+    if (m_writer && !list.isEmpty()) {
+        m_writer->post([gone = std::move(list)] {});
+    }
+    list = QList<T>();
+}
+
+template<typename T>
+void DB::saveInBackground(const QString& name, QList<T> DB::*current, QList<T> DB::*base, void (DB::*changed)(),
+                          SaveSlot DB::*slot)
+{
+    if ((this->*slot).inFlight) {
+        (this->*slot).pending = true;
+        return;
+    }
+    (this->*slot).inFlight = true;
+    const QString path = filePath(name);
+    // Copies of implicitly shared lists: the writer reads them while we go on changing ours.
+    ListSave<T> save{path, this->*current, this->*base, std::nullopt};
+    if (m_stamps.contains(path)) {
+        save.known = m_stamps.value(path);
+    }
+    m_writer->post([this, name, save = std::move(save), current, base, changed, slot] {
+        ListSaved<T> saved = writeList(save);
+        auto takeIn = [this, name, path = save.path, sent = save.ours, saved = std::move(saved), current, base, changed,
+                       slot] {
+            (this->*slot).inFlight = false;
+            if (path == filePath(name)) {
+                QList<T>& now = this->*current;
+                if (saved.merged) {
+                    // Edits made while the write was on its way stay over what it took in.
+                    QList<T> merged = now == sent ? saved.list : mergeById(sent, now, saved.list);
+                    if (merged != now) {
+                        dropInBackground(std::exchange(now, std::move(merged)));
+                        (this->*changed)();
+                    }
+                }
+                if (saved.written) {
+                    dropInBackground(std::exchange(this->*base, saved.list));
+                    m_stamps.insert(path, saved.stamp);
+                }
+                if (m_settle && stampOf(path) != m_stamps.value(path)) {
+                    m_settle->start(); // another process wrote it after us: reload skipped it meanwhile
+                }
+            }
+            if ((this->*slot).pending) {
+                (this->*slot).pending = false;
+                saveInBackground(name, current, base, changed, slot);
+            }
+            emit saveFinished(name, saved.written);
+        };
+        {
+            std::lock_guard lock(m_finishedMutex);
+            m_finished.append(std::move(takeIn));
+        }
+        QMetaObject::invokeMethod(this, &DB::takeFinishedSaves, Qt::QueuedConnection);
+    });
+}
+
 QString DB::defaultRootFolder()
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/Quill");
@@ -228,15 +421,6 @@ QString DB::filePath(const QString& name) const
 QString DB::profileFolder(const QString& slug) const
 {
     return m_rootFolder + u'/' + profilesFolder + u'/' + slug;
-}
-
-DB::FileStamp DB::stampOf(const QString& path) const
-{
-    const QFileInfo info(path);
-    if (!info.exists()) {
-        return {};
-    }
-    return {info.size(), info.lastModified().toMSecsSinceEpoch()};
 }
 
 void DB::remember(const QString& path)
@@ -348,41 +532,33 @@ bool DB::saveList(const QString& name, QList<T>& current, QList<T>& base, bool* 
         return false;
     }
     const QString path = filePath(name);
-    QDir().mkpath(m_dir);
-    QLockFile lock(path + QStringLiteral(".lock"));
-    const bool locked = lock.tryLock(lockTimeoutMs);
-
-    const FileStamp onDisk = stampOf(path);
-    if (onDisk != FileStamp() && (!m_stamps.contains(path) || m_stamps.value(path) != onDisk)) {
-        // Someone else wrote the file since we last saw it: keep their changes. A file we could
-        // never read is kept aside before it is replaced.
-        if (std::optional<QList<T>> theirs = readList<T>(path)) {
-            current = mergeById(base, current, *theirs);
-            if (merged) {
-                *merged = true;
-            }
-        } else if (!keepAside(path)) {
-            // Neither readable nor copyable (another owner, no permission): replacing it could
-            // lose what it holds.
-            if (locked) {
-                lock.unlock();
-            }
-            return false;
+    ListSave<T> save{path, current, base, std::nullopt};
+    if (m_stamps.contains(path)) {
+        save.known = m_stamps.value(path);
+    }
+    ListSaved<T> saved = writeList(save);
+    if (saved.merged) {
+        current = saved.list;
+        if (merged) {
+            *merged = true;
         }
     }
-    const bool written = writeFileAtomically(path, encodeList(current));
-    if (written) {
+    if (saved.written) {
         base = current;
-        remember(path);
+        m_stamps.insert(path, saved.stamp);
     }
-    if (locked) {
-        lock.unlock();
-    }
-    return written;
+    return saved.written;
 }
 
 bool DB::save()
 {
+    if (m_readOnly) {
+        return false;
+    }
+    if (m_writer) {
+        saveInBackground(clipsFile, &DB::m_clips, &DB::m_clipsBase, &DB::clipsChanged, &DB::m_clipsSave);
+        return true;
+    }
     // Changes of another process merged in show at once: the list, the picker, the tap.
     bool merged = false;
     const bool written = saveList(clipsFile, m_clips, m_clipsBase, &merged);
@@ -397,6 +573,9 @@ bool DB::updateClips(const std::function<void(QList<Clip>&)>& change)
     if (m_readOnly) {
         return false;
     }
+    // The read below must see our own latest save, so the file holds every change of ours but
+    // the unsaved ones, which are merged in.
+    waitForSaves();
     const QString path = filePath(clipsFile);
     QDir().mkpath(m_dir);
     QLockFile lock(path + QStringLiteral(".lock"));
@@ -446,6 +625,13 @@ bool DB::saveCollectionLibrary()
         return false;
     }
     QDir().mkpath(m_dir);
+    if (m_writer) {
+        saveInBackground(definitionsFile, &DB::m_collectionDefinitions, &DB::m_definitionsBase,
+                         &DB::collectionDefinitionsChanged, &DB::m_definitionsSave);
+        saveInBackground(recordsFile, &DB::m_collectionRecords, &DB::m_recordsBase, &DB::collectionRecordsChanged,
+                         &DB::m_recordsSave);
+        return true;
+    }
     bool definitionsMerged = false;
     bool recordsMerged = false;
     const bool definitions = saveList(definitionsFile, m_collectionDefinitions, m_definitionsBase, &definitionsMerged);
@@ -461,13 +647,22 @@ bool DB::saveCollectionLibrary()
 
 void DB::loadCollectionLibrary()
 {
+    ProfileRead read;
+    read.definitions = readStamped<CollectionDefinition>(filePath(definitionsFile));
+    read.records = readStamped<CollectionRecord>(filePath(recordsFile));
+    takeCollectionLibrary(read);
+}
+
+void DB::takeCollectionLibrary(ProfileRead& read)
+{
     bool rebuilt = false;
     const QDateTime now = QDateTime::currentDateTimeUtc();
+    dropInBackground(std::move(m_definitionsBase));
+    dropInBackground(std::move(m_recordsBase));
 
-    if (std::optional<QList<CollectionDefinition>> definitions =
-            readList<CollectionDefinition>(filePath(definitionsFile))) {
-        m_collectionDefinitions = std::move(*definitions);
-        remember(filePath(definitionsFile));
+    if (read.definitions.list) {
+        dropInBackground(std::exchange(m_collectionDefinitions, std::move(*read.definitions.list)));
+        m_stamps.insert(filePath(definitionsFile), read.definitions.stamp);
     } else {
         m_collectionDefinitions.clear();
         for (const QString& name : m_collections) {
@@ -477,9 +672,9 @@ void DB::loadCollectionLibrary()
     }
     m_definitionsBase = m_collectionDefinitions;
 
-    if (std::optional<QList<CollectionRecord>> records = readList<CollectionRecord>(filePath(recordsFile))) {
-        m_collectionRecords = std::move(*records);
-        remember(filePath(recordsFile));
+    if (read.records.list) {
+        dropInBackground(std::exchange(m_collectionRecords, std::move(*read.records.list)));
+        m_stamps.insert(filePath(recordsFile), read.records.stamp);
     } else {
         m_collectionRecords.clear();
         for (const Clip& clip : m_clips) {
@@ -563,6 +758,8 @@ QList<Clip> DB::claimRootStore(const QString& profileFolder, const QString& slug
 
 void DB::activateProfile(const QString& identity, const std::optional<QString>& legacyEmail)
 {
+    // What is still being written belongs to the folder being left.
+    waitForSaves();
     const QString slug = tavoProfileSlug(identity);
     const QString folder = profileFolder(slug);
     if (!m_readOnly) {
@@ -570,11 +767,15 @@ void DB::activateProfile(const QString& identity, const std::optional<QString>& 
     }
 
     const QString profileClips = folder + u'/' + clipsFile;
-    std::optional<QList<Clip>> existing = readList<Clip>(profileClips);
-    const bool fromOwnFile = existing.has_value();
+    std::optional<ProfileRead> readNow = readProfile(folder);
+    if (!readNow) {
+        return; // a later sign-in took over while this one read, or the store went away
+    }
+    ProfileRead& read = *readNow;
+    const bool fromOwnFile = read.clips.list.has_value();
     QList<Clip> result;
-    if (existing) {
-        result = std::move(*existing);
+    if (fromOwnFile) {
+        result = std::move(*read.clips.list);
     } else if (m_readOnly) {
         // Looking never migrates: an unclaimed profile simply has no shortcuts yet.
     } else if (legacyEmail && !m_defaults.flag(legacyProfileMovedKey)) {
@@ -600,17 +801,51 @@ void DB::activateProfile(const QString& identity, const std::optional<QString>& 
     emit hiddenCollectionsChanged();
     setCollections(m_defaults.stringList(m_collectionDefaultsKey).value_or(builtInCollections()));
 
+    dropInBackground(std::move(m_clipsBase));
     if (fromOwnFile) {
         m_clipsBase = result;
-        remember(profileClips);
-        setClips(std::move(result));
+        m_stamps.insert(profileClips, read.clips.stamp);
+        dropInBackground(std::exchange(m_clips, std::move(result)));
+        emit clipsChanged();
     } else {
         m_clipsBase.clear();
-        m_clips = std::move(result);
+        dropInBackground(std::exchange(m_clips, std::move(result)));
         save();
         emit clipsChanged();
     }
-    loadCollectionLibrary();
+    takeCollectionLibrary(read);
+}
+
+std::optional<DB::ProfileRead> DB::readProfile(const QString& folder)
+{
+    auto readAll = [folder] {
+        ProfileRead read;
+        read.clips = readStamped<Clip>(folder + u'/' + clipsFile);
+        read.definitions = readStamped<CollectionDefinition>(folder + u'/' + definitionsFile);
+        read.records = readStamped<CollectionRecord>(folder + u'/' + recordsFile);
+        return read;
+    };
+    if (!m_writer) {
+        return readAll();
+    }
+    // Decoding a large library takes a while: the writer's thread reads, while this one goes on
+    // serving timers and other processes (the clipboard, the tap). Input waits, so the user
+    // cannot act on the profile being left meanwhile.
+    auto read = std::make_shared<ProfileRead>();
+    QEventLoop loop;
+    m_writer->post([read, readAll, &loop] {
+        *read = readAll();
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+    });
+    const QPointer<DB> alive(this);
+    const int activation = ++m_activation;
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
+    if (!alive || activation != m_activation) {
+        return std::nullopt;
+    }
+    m_writer->waitUntilIdle(); // the application's exit ends every loop early
+    waitForSaves();            // saves asked for meanwhile still belong to the folder being left
+    return std::move(*read);
 }
 
 void DB::renameCollection(const QString& from, const QString& rawTo)
@@ -650,10 +885,77 @@ void DB::renameCollection(const QString& from, const QString& rawTo)
     }
 }
 
+template<typename T>
+void DB::reloadInBackground(const QString& name, QList<T> DB::*current, QList<T> DB::*base, void (DB::*changed)(),
+                            SaveSlot DB::*slot)
+{
+    const QString path = filePath(name);
+    if ((this->*slot).inFlight || m_stamps.value(path) == stampOf(path)) {
+        return;
+    }
+    // Saves asked for meanwhile wait, so that they build on what the file holds now.
+    (this->*slot).inFlight = true;
+    if (name == clipsFile) {
+        qCInfo(lcStore) << "the shortcuts changed on disk; reading them";
+    }
+    m_writer->post([this, name, path, baseThen = this->*base, oursThen = this->*current, current, base, changed, slot] {
+        QElapsedTimer timer;
+        timer.start();
+        StampedList<T> theirs = readStamped<T>(path);
+        QList<T> merged;
+        if (theirs.list) {
+            // Unsaved changes of ours stay; theirs come in.
+            merged = mergeById(baseThen, oursThen, *theirs.list);
+        }
+        auto takeIn = [this, name, path, oursThen, theirs = std::move(theirs), merged = std::move(merged), current,
+                       base, changed, slot, readMs = timer.elapsed()] {
+            (this->*slot).inFlight = false;
+            if (name == clipsFile && theirs.list) {
+                qCInfo(lcStore) << "shortcuts read:" << theirs.list->size() << "in" << readMs
+                                << "ms, off the main thread";
+            }
+            if (path == filePath(name) && theirs.list) {
+                QList<T>& now = this->*current;
+                QList<T> next = now == oursThen ? merged : mergeById(oursThen, now, merged);
+                dropInBackground(std::exchange(this->*base, *theirs.list));
+                m_stamps.insert(path, theirs.stamp);
+                if (next != now) {
+                    dropInBackground(std::exchange(now, std::move(next)));
+                    (this->*changed)();
+                }
+                if (m_settle && stampOf(path) != m_stamps.value(path)) {
+                    m_settle->start(); // written again while we read
+                }
+            }
+            if ((this->*slot).pending) {
+                (this->*slot).pending = false;
+                saveInBackground(name, current, base, changed, slot);
+            }
+        };
+        {
+            std::lock_guard lock(m_finishedMutex);
+            m_finished.append(std::move(takeIn));
+        }
+        QMetaObject::invokeMethod(this, &DB::takeFinishedSaves, Qt::QueuedConnection);
+    });
+}
+
 void DB::reloadFromDisk()
 {
+    if (m_writer) {
+        // Reading and merging a large file is the writer's work too.
+        reloadInBackground(clipsFile, &DB::m_clips, &DB::m_clipsBase, &DB::clipsChanged, &DB::m_clipsSave);
+        reloadInBackground(definitionsFile, &DB::m_collectionDefinitions, &DB::m_definitionsBase,
+                           &DB::collectionDefinitionsChanged, &DB::m_definitionsSave);
+        reloadInBackground(recordsFile, &DB::m_collectionRecords, &DB::m_recordsBase, &DB::collectionRecordsChanged,
+                           &DB::m_recordsSave);
+        m_defaults.reload();
+        takeCollectionSettings();
+        return;
+    }
+    // A file with a write of ours on its way is looked at again when that write is taken in.
     const QString clipsPath = filePath(clipsFile);
-    if (m_stamps.value(clipsPath) != stampOf(clipsPath)) {
+    if (!m_clipsSave.inFlight && m_stamps.value(clipsPath) != stampOf(clipsPath)) {
         qCInfo(lcStore) << "the shortcuts changed on disk; reading them";
         QElapsedTimer timer;
         timer.start();
@@ -669,7 +971,7 @@ void DB::reloadFromDisk()
         }
     }
     const QString definitionsPath = filePath(definitionsFile);
-    if (m_stamps.value(definitionsPath) != stampOf(definitionsPath)) {
+    if (!m_definitionsSave.inFlight && m_stamps.value(definitionsPath) != stampOf(definitionsPath)) {
         if (auto definitions = readList<CollectionDefinition>(definitionsPath)) {
             QList<CollectionDefinition> merged = mergeById(m_definitionsBase, m_collectionDefinitions, *definitions);
             m_definitionsBase = *definitions;
@@ -680,7 +982,7 @@ void DB::reloadFromDisk()
         }
     }
     const QString recordsPath = filePath(recordsFile);
-    if (m_stamps.value(recordsPath) != stampOf(recordsPath)) {
+    if (!m_recordsSave.inFlight && m_stamps.value(recordsPath) != stampOf(recordsPath)) {
         if (auto records = readList<CollectionRecord>(recordsPath)) {
             QList<CollectionRecord> merged = mergeById(m_recordsBase, m_collectionRecords, *records);
             m_recordsBase = *records;
@@ -716,11 +1018,11 @@ void DB::watchForChanges()
     m_watcher = new QFileSystemWatcher(this);
     // The folder, not the files: an atomic write replaces a file by rename, which ends a file watch.
     m_watcher->addPath(m_dir);
-    auto* settle = new QTimer(this);
-    settle->setSingleShot(true);
-    settle->setInterval(150);
-    connect(m_watcher, &QFileSystemWatcher::directoryChanged, settle, qOverload<>(&QTimer::start));
-    connect(settle, &QTimer::timeout, this, &DB::reloadFromDisk);
+    m_settle = new QTimer(this);
+    m_settle->setSingleShot(true);
+    m_settle->setInterval(150);
+    connect(m_watcher, &QFileSystemWatcher::directoryChanged, m_settle, qOverload<>(&QTimer::start));
+    connect(m_settle, &QTimer::timeout, this, &DB::reloadFromDisk);
     // The collection names and the hidden set live in the settings: a change there alone (another
     // process hiding a collection) reaches the library too.
     connect(&m_defaults, &Defaults::valuesChanged, this, &DB::takeCollectionSettings);

@@ -2,6 +2,7 @@
 
 #include "language/shortcut_record.h"
 #include "store/collections.h"
+#include "store/store_files.h"
 
 #include <QHash>
 #include <QList>
@@ -10,9 +11,12 @@
 #include <QStringList>
 
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 
 class QFileSystemWatcher;
+class QTimer;
 
 namespace tavo {
 
@@ -46,6 +50,19 @@ public:
     // `rootFolder` empty means $XDG_DATA_HOME/Quill.
     explicit DB(Defaults& defaults, const QString& rootFolder = {}, Access access = Access::ReadWrite,
                 QObject* parent = nullptr);
+    ~DB() override; // waits for the saves still being written
+
+    // From now on save() and saveCollectionLibrary() return at once and the lists are encoded and
+    // written on a thread of the store's own, from the lists as they were at the call, so the main
+    // thread never waits on a large library. Saves asked for while one is being written coalesce
+    // into one write of the latest lists. Quitting the application waits for the last write.
+    // A merge with another process's changes shows when the write is done. No effect read-only.
+    void writeInBackground();
+    // Whether a save asked for is not yet on disk, or a reload of another process's change not
+    // yet taken in.
+    bool savesPending() const;
+    // Blocks until every save asked for so far is on disk and its outcome taken in.
+    void waitForSaves();
 
     static QString defaultRootFolder();
     QString rootFolder() const { return m_rootFolder; }
@@ -78,11 +95,13 @@ public:
     QList<Clip> availableClips() const;
     QList<Clip> found() const;
 
+    // True when written, or, writing in the background, when the write is on its way.
     bool save();
     // Changes the shortcuts as clips.json holds them now, with the file's lock held from the read
     // to the write, so no other process's change made meanwhile is lost: `change` gets the list on
     // disk (with this store's unsaved changes merged in) and edits it in place. Written only when
     // `change` changed something; clipsChanged is emitted once when the list in memory changes.
+    // Saves still being written in the background are waited for first.
     // False when nothing could be written: a read-only store, the lock not taken in time, a file
     // that can be neither read nor kept aside, or a failed write. The list in memory then stays.
     bool updateClips(const std::function<void(QList<Clip>&)>& change);
@@ -101,6 +120,7 @@ public:
     bool profileExists(const QString& identity) const;
 
     // Reads the profile's files again after another process changed them; emits only what changed.
+    // Writing in the background, the files are read and merged there too, and taken in later.
     void reloadFromDisk();
     // Follows changes other processes make to the current folder.
     void watchForChanges();
@@ -112,13 +132,16 @@ signals:
     void collectionDefinitionsChanged();
     void collectionRecordsChanged();
     void hiddenCollectionsChanged();
+    // A background write of `fileName` (clips.json, ...) ended; `written` false when it failed.
+    void saveFinished(const QString& fileName, bool written);
 
 private:
-    struct FileStamp
+    // One file's background work: at most one write or reload on its way, and whether a save was
+    // asked for meanwhile, which then writes the lists as they are when that work is taken in.
+    struct SaveSlot
     {
-        qint64 size = -1;
-        qint64 modified = -1;
-        bool operator==(const FileStamp&) const = default;
+        bool inFlight = false;
+        bool pending = false;
     };
 
     QString filePath(const QString& name) const;
@@ -133,7 +156,19 @@ private:
     QList<Clip> readClips(const QString& path, bool* readable = nullptr) const;
     template<typename T>
     bool saveList(const QString& name, QList<T>& current, QList<T>& base, bool* merged = nullptr);
-    FileStamp stampOf(const QString& path) const;
+    template<typename T>
+    void saveInBackground(const QString& name, QList<T> DB::*current, QList<T> DB::*base, void (DB::*changed)(),
+                          SaveSlot DB::*slot);
+    template<typename T>
+    void reloadInBackground(const QString& name, QList<T> DB::*current, QList<T> DB::*base, void (DB::*changed)(),
+                            SaveSlot DB::*slot);
+    void takeFinishedSaves();
+    template<typename T>
+    void dropInBackground(QList<T>&& list);
+    struct ProfileRead;
+    // Nothing when a later activation began while this one read, or the store went away.
+    std::optional<ProfileRead> readProfile(const QString& folder);
+    void takeCollectionLibrary(ProfileRead& read);
     void remember(const QString& path);
 
     bool m_readOnly = false;
@@ -142,6 +177,15 @@ private:
     QList<CollectionDefinition> m_definitionsBase;
     QList<CollectionRecord> m_recordsBase;
     QFileSystemWatcher* m_watcher = nullptr;
+    QTimer* m_settle = nullptr; // a reload after changes on disk settle
+
+    std::unique_ptr<BackgroundWriter> m_writer;
+    SaveSlot m_clipsSave;
+    SaveSlot m_definitionsSave;
+    SaveSlot m_recordsSave;
+    int m_activation = 0; // counts sign-ins that read in the background
+    std::mutex m_finishedMutex;
+    QList<std::function<void()>> m_finished; // outcomes of background writes, taken in on our thread
 
     Defaults& m_defaults;
     QString m_rootFolder;

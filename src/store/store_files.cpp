@@ -69,4 +69,65 @@ std::optional<QString> keepAside(const QString& path)
     return aside;
 }
 
+FileStamp stampOf(const QString& path)
+{
+    const QFileInfo info(path);
+    if (!info.exists()) {
+        return {};
+    }
+    return {info.size(), info.lastModified().toMSecsSinceEpoch()};
+}
+
+BackgroundWriter::BackgroundWriter()
+    : m_thread([this] { run(); })
+{
+}
+
+BackgroundWriter::~BackgroundWriter()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        m_stopping = true;
+    }
+    m_wake.notify_all();
+    m_thread.join();
+}
+
+void BackgroundWriter::post(std::function<void()> job)
+{
+    {
+        std::lock_guard lock(m_mutex);
+        m_jobs.push_back(std::move(job));
+    }
+    m_wake.notify_one();
+}
+
+void BackgroundWriter::waitUntilIdle()
+{
+    std::unique_lock lock(m_mutex);
+    m_idle.wait(lock, [this] { return m_jobs.empty() && !m_running; });
+}
+
+void BackgroundWriter::run()
+{
+    std::unique_lock lock(m_mutex);
+    for (;;) {
+        m_wake.wait(lock, [this] { return m_stopping || !m_jobs.empty(); });
+        if (m_jobs.empty()) {
+            return; // stopping, and nothing left unwritten
+        }
+        std::function<void()> job = std::move(m_jobs.front());
+        m_jobs.pop_front();
+        m_running = true;
+        lock.unlock();
+        job();
+        job = nullptr; // what the job held goes with it, outside the lock
+        lock.lock();
+        m_running = false;
+        if (m_jobs.empty()) {
+            m_idle.notify_all();
+        }
+    }
+}
+
 } // namespace tavo

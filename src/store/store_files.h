@@ -4,7 +4,12 @@
 #include <QJsonDocument>
 #include <QString>
 
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
 #include <optional>
+#include <thread>
 
 namespace tavo {
 
@@ -37,5 +42,43 @@ std::optional<QString> keepAside(const QString& path);
 
 // keepAside when the file exists and is not valid JSON.
 std::optional<QString> keepUnreadableAside(const QString& path);
+
+// What a file looked like: enough to tell that another process wrote it since.
+struct FileStamp
+{
+    qint64 size = -1;
+    qint64 modified = -1;
+    bool exists() const { return size >= 0; }
+    bool operator==(const FileStamp&) const = default;
+};
+
+// The stamp of `path` now; a missing file has the default stamp.
+FileStamp stampOf(const QString& path);
+
+// One thread that runs file jobs in the order they were posted, so that writes of one file never
+// overtake each other and the thread that posts them never waits on the disk.
+class BackgroundWriter
+{
+public:
+    BackgroundWriter();
+    ~BackgroundWriter(); // runs what was posted, then ends the thread
+    BackgroundWriter(const BackgroundWriter&) = delete;
+    BackgroundWriter& operator=(const BackgroundWriter&) = delete;
+
+    void post(std::function<void()> job);
+    // Returns once every job posted so far has run.
+    void waitUntilIdle();
+
+private:
+    void run();
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    std::condition_variable m_idle;
+    std::deque<std::function<void()>> m_jobs;
+    bool m_running = false; // a job is being run outside the lock
+    bool m_stopping = false;
+    std::thread m_thread;
+};
 
 } // namespace tavo

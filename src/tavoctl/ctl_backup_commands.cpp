@@ -63,31 +63,17 @@ int restore(const QStringList& arguments, QTextStream& out, QTextStream& err)
     }
     Defaults defaults;
     TavoAccountStore accounts(defaults);
-    if (!accounts.isAuthenticated()) {
-        err << signInFirst << '\n';
+    if (!checkSignedIn(accounts, err)) {
         return 1;
     }
-    // The backup is read and checked before the library is opened for writing, which writes its
-    // collection list back: a refused backup leaves every file as it was.
-    QString attachmentsDir;
-    {
-        const std::unique_ptr<DB> view = openProfile(defaults, accounts, DB::Access::ReadOnly);
-        attachmentsDir = view->attachmentsDir();
-    }
-    Result<PreparedRestore> prepared =
-        prepareRestore(QFileInfo(line.positional().constFirst()).absoluteFilePath(), attachmentsDir);
+    Result<PreparedRestore> prepared = prepareRestore(QFileInfo(line.positional().constFirst()).absoluteFilePath(),
+                                                      attachmentsFolder(defaults, accounts));
     if (!prepared.ok()) {
         err << prepared.error().description << '\n';
         return 1;
     }
     const std::unique_ptr<DB> db = openProfile(defaults, accounts, DB::Access::ReadWrite);
-    const Result<QString> restored = commitRestore(*db, std::move(prepared).value());
-    if (!restored.ok()) {
-        err << restored.error().description << '\n';
-        return 1;
-    }
-    out << *restored << '\n';
-    return 0;
+    return report(commitRestore(*db, std::move(prepared).value()), out, err);
 }
 
 } // namespace tavo::ctl

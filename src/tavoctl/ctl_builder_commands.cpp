@@ -117,48 +117,27 @@ int builderShow(const QStringList& arguments, QTextStream& out, QTextStream& err
         return *status;
     }
     Defaults defaults;
-    QString user;
-    const std::unique_ptr<DB> db = openForReading(defaults, user, err);
-    if (!db) {
+    const std::optional<VisibleBuilderCommand> visible = openBuilderCommand(line.positional().first(), defaults, err);
+    if (!visible) {
         return 1;
     }
-    // What the user sees is what a command may name: hidden collections count only while shown.
-    const QStringList hidden =
-        defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections")) ? QStringList() : db->hiddenCollections();
-    QList<Clip> clips;
-    for (const Clip& clip : db->clips()) {
-        if (hidden.isEmpty() || isClipVisible(clip, hidden)) {
-            clips.append(clip);
-        }
-    }
-    QList<CollectionRecord> records;
-    for (const CollectionRecord& record : db->collectionRecords()) {
-        if (!hidden.contains(record.collection, Qt::CaseInsensitive)) {
-            records.append(record);
-        }
-    }
-    const QString text = line.positional().first();
-    const std::optional<CustomBuilderCommand> command = customBuilderCommand(text, clips, records, defaults);
-    if (!command) {
-        err << "No builder app matches " << text << ".\n";
-        return 1;
-    }
+    const CustomBuilderCommand& command = visible->command;
     if (line.isSet(QStringLiteral("--json"))) {
-        out << json(command->toJson());
+        out << json(command.toJson());
         return 0;
     }
-    out << "App: " << command->app << '\n'
-        << "Prefix: \\" << command->prefix << '\n'
-        << "Key: " << command->key << '\n'
-        << "Format: " << command->format << '\n'
-        << "Template: " << command->templateStyle << '\n'
-        << "Complete: " << (command->isComplete() ? "yes" : "no") << '\n';
-    for (qsizetype slot = 0; slot < command->slotKinds.size(); ++slot) {
-        out << "Slot " << slot + 1 << ": " << command->slotNames[slot] << " (" << command->slotKinds[slot]
-            << "): " << oneLine(command->slotValues[slot]) << '\n';
+    out << "App: " << command.app << '\n'
+        << "Prefix: \\" << command.prefix << '\n'
+        << "Key: " << command.key << '\n'
+        << "Format: " << command.format << '\n'
+        << "Template: " << command.templateStyle << '\n'
+        << "Complete: " << (command.isComplete() ? "yes" : "no") << '\n';
+    for (qsizetype slot = 0; slot < command.slotKinds.size(); ++slot) {
+        out << "Slot " << slot + 1 << ": " << command.slotNames[slot] << " (" << command.slotKinds[slot]
+            << "): " << oneLine(command.slotValues[slot]) << '\n';
     }
-    if (!command->outputCollections.isEmpty()) {
-        out << "Output collections: " << command->outputCollections.join(QStringLiteral(", ")) << '\n';
+    if (!command.outputCollections.isEmpty()) {
+        out << "Output collections: " << command.outputCollections.join(QStringLiteral(", ")) << '\n';
     }
     return 0;
 }

@@ -96,6 +96,36 @@ bool writeFile(const QString& path, const QByteArray& bytes, QTextStream& err)
 
 } // namespace
 
+std::optional<VisibleBuilderCommand> openBuilderCommand(const QString& typed, Defaults& defaults, QTextStream& err)
+{
+    QString user;
+    const std::unique_ptr<DB> db = openForReading(defaults, user, err);
+    if (!db) {
+        return std::nullopt;
+    }
+    // A command names only what the user sees: hidden collections count only while shown.
+    const QStringList hidden =
+        defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections")) ? QStringList() : db->hiddenCollections();
+    VisibleBuilderCommand visible;
+    for (const Clip& clip : db->clips()) {
+        if (hidden.isEmpty() || isClipVisible(clip, hidden)) {
+            visible.clips.append(clip);
+        }
+    }
+    for (const CollectionRecord& record : db->collectionRecords()) {
+        if (!hidden.contains(record.collection, Qt::CaseInsensitive)) {
+            visible.records.append(record);
+        }
+    }
+    std::optional<CustomBuilderCommand> command = customBuilderCommand(typed, visible.clips, visible.records, defaults);
+    if (!command) {
+        err << "No builder app matches " << typed << ".\n";
+        return std::nullopt;
+    }
+    visible.command = std::move(*command);
+    return visible;
+}
+
 int builderRender(const QStringList& arguments, QTextStream& out, QTextStream& err)
 {
     CommandLine line(renderSynopsis,
@@ -111,60 +141,38 @@ int builderRender(const QStringList& arguments, QTextStream& out, QTextStream& e
     }
 
     Defaults defaults;
-    QString user;
-    const std::unique_ptr<DB> db = openForReading(defaults, user, err);
-    if (!db) {
+    const std::optional<VisibleBuilderCommand> visible = openBuilderCommand(line.positional().first(), defaults, err);
+    if (!visible) {
         return 1;
     }
-    // A command names only what the user sees: hidden collections count only while shown.
-    const QStringList hidden =
-        defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections")) ? QStringList() : db->hiddenCollections();
-    QList<Clip> clips;
-    for (const Clip& clip : db->clips()) {
-        if (hidden.isEmpty() || isClipVisible(clip, hidden)) {
-            clips.append(clip);
-        }
-    }
-    QList<CollectionRecord> records;
-    for (const CollectionRecord& record : db->collectionRecords()) {
-        if (!hidden.contains(record.collection, Qt::CaseInsensitive)) {
-            records.append(record);
-        }
-    }
-
-    const QString typed = line.positional().first();
-    const std::optional<CustomBuilderCommand> command = customBuilderCommand(typed, clips, records, defaults);
-    if (!command) {
-        err << "No builder app matches " << typed << ".\n";
-        return 1;
-    }
-    if (!command->isComplete()) {
+    const CustomBuilderCommand& command = visible->command;
+    if (!command.isComplete()) {
         err << completeMissingValuesText << '\n';
         return 1;
     }
     const Result<BuilderRenderInput> input = resolveBuilderRenderInput(
-        *command, clips, records,
-        defaults.string(builderKey(QStringLiteral("Calculations"), command->app)).value_or(QString()));
+        command, visible->clips, visible->records,
+        defaults.string(builderKey(QStringLiteral("Calculations"), command.app)).value_or(QString()));
     if (!input) {
         err << input.error().description << '\n';
         return 1;
     }
 
-    const QString kind = askedFormat.isEmpty() ? documentKind(command->format) : askedFormat;
+    const QString kind = askedFormat.isEmpty() ? documentKind(command.format) : askedFormat;
     std::optional<StyledText> rich;
-    if (command->richTextData) {
-        rich = styledTextFromRtf(*command->richTextData);
+    if (command.richTextData) {
+        rich = styledTextFromRtf(*command.richTextData);
     }
-    const QString templateText = rich ? rich->plainText() : command->prompt;
+    const QString templateText = rich ? rich->plainText() : command.prompt;
     // Into a template that is a web page of its own, values go as HTML.
     const bool fullPage = kind == QLatin1StringView("html") && isFullHtmlDocument(templateText);
 
     QString text;
     if (rich && !fullPage) {
-        rich = trimmedStyled(renderAttributedTemplate(*rich, command->details, input->context, input->values));
+        rich = trimmedStyled(renderAttributedTemplate(*rich, command.details, input->context, input->values));
         text = rich->plainText();
     } else {
-        text = renderLocalTemplate(templateText, command->details, input->context, input->values, {},
+        text = renderLocalTemplate(templateText, command.details, input->context, input->values, {},
                                    fullPage ? TemplateValueEscaping::Html : TemplateValueEscaping::None)
                    .trimmed();
     }
@@ -180,7 +188,7 @@ int builderRender(const QStringList& arguments, QTextStream& out, QTextStream& e
         path.isEmpty() && (kind == QLatin1StringView("text") || kind == QLatin1StringView("rtf"));
     if (!toStandardOutput && (path.isEmpty() || QFileInfo(path).isDir())) {
         path = QDir(path.isEmpty() ? QDir::currentPath() : path)
-                   .filePath(builderOutputFileName(command->key, extensionOf(kind)));
+                   .filePath(builderOutputFileName(command.key, extensionOf(kind)));
     }
 
     if (kind == QLatin1StringView("pdf")) {
@@ -189,8 +197,8 @@ int builderRender(const QStringList& arguments, QTextStream& out, QTextStream& e
             return 1;
         }
         const Result<int> pages = AITextPDFCanvas::makePDF(
-            command->app, text, rich, command->assetPath, command->templateStyle, command->details, command->fontSize,
-            command->bold, command->italic, command->underline, command->fontColor, path);
+            command.app, text, rich, command.assetPath, command.templateStyle, command.details, command.fontSize,
+            command.bold, command.italic, command.underline, command.fontColor, path);
         if (!pages) {
             err << "Could not write " << path << ": " << pages.error().description << '\n';
             return 1;
@@ -201,10 +209,10 @@ int builderRender(const QStringList& arguments, QTextStream& out, QTextStream& e
 
     QByteArray bytes;
     if (kind == QLatin1StringView("rtf")) {
-        bytes = rtfFromStyledText(rich ? *rich : styledBody(text, *command));
+        bytes = rtfFromStyledText(rich ? *rich : styledBody(text, command));
     } else if (kind == QLatin1StringView("html")) {
         bytes =
-            (fullPage ? text : makeBuilderStandaloneHTML(text, command->app, builderHtmlAccent(command->templateStyle)))
+            (fullPage ? text : makeBuilderStandaloneHTML(text, command.app, builderHtmlAccent(command.templateStyle)))
                 .toUtf8();
     } else {
         bytes = text.toUtf8() + '\n';

@@ -30,8 +30,7 @@ int csvImport(const QStringList& arguments, QTextStream& out, QTextStream& err)
     }
     Defaults defaults;
     TavoAccountStore accounts(defaults);
-    if (!accounts.isAuthenticated()) {
-        err << signInFirst << '\n';
+    if (!checkSignedIn(accounts, err)) {
         return 1;
     }
 
@@ -54,13 +53,7 @@ int csvImport(const QStringList& arguments, QTextStream& out, QTextStream& err)
     for (const QString& failure : prepared.failures) {
         err << "Download failed: " << failure << '\n';
     }
-    const Result<QString> report = applyCSVImport(*db, prepared);
-    if (!report) {
-        err << report.error().description << '\n';
-        return 1;
-    }
-    out << *report << '\n';
-    return 0;
+    return report(applyCSVImport(*db, prepared), out, err);
 }
 
 int csvExport(const QStringList& arguments, QTextStream& out, QTextStream& err)
@@ -75,13 +68,7 @@ int csvExport(const QStringList& arguments, QTextStream& out, QTextStream& err)
     if (!db) {
         return 1;
     }
-    const Result<QString> done = exportCSV(db->clips(), line.positional().first());
-    if (!done) {
-        err << done.error().description << '\n';
-        return 1;
-    }
-    out << *done << '\n';
-    return 0;
+    return report(exportCSV(db->clips(), line.positional().first()), out, err);
 }
 
 } // namespace

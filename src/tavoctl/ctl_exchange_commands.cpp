@@ -137,18 +137,11 @@ int importPackage(const QStringList& arguments, QTextStream& out, QTextStream& e
     }
     Defaults defaults;
     TavoAccountStore accounts(defaults);
-    if (!accounts.isAuthenticated()) {
-        err << signInFirst << '\n';
+    if (!checkSignedIn(accounts, err)) {
         return 1;
     }
     const QString file = QDir::current().absoluteFilePath(line.positional().first());
-    QString attachments;
-    {
-        // A writable store writes its collection list when it opens: a refused package must leave
-        // the profile as it was, so the package is read first.
-        const std::unique_ptr<DB> view = openProfile(defaults, accounts, DB::Access::ReadOnly);
-        attachments = view->attachmentsDir();
-    }
+    const QString attachments = attachmentsFolder(defaults, accounts);
     quietArchiveLogs();
     const Result<QList<Clip>> imported = TavoShortcutShare::importBundle(file, attachments);
     if (!imported) {

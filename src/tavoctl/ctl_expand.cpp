@@ -54,6 +54,28 @@ QStringList mediaOf(const QMimeData* content, const Clip& clip)
     return paths;
 }
 
+void printBuilderCommand(const ExpansionPlan& plan, QTextStream& out)
+{
+    const CustomBuilderCommand& command = plan.builder;
+    if (plan.generates) {
+        out << "Asks for the output of the builder app " << command.app << " from " << plan.command << " (key "
+            << command.key << ", format " << command.format
+            << "); the command stays as typed. Generation is not available yet.\n";
+        return;
+    }
+    QStringList missing;
+    for (qsizetype slot = 0; slot < command.slotKinds.size(); ++slot) {
+        if (slot >= command.slotValues.size() || command.slotValues[slot].trimmed().isEmpty()) {
+            missing.append(command.slotNames[slot]);
+        }
+    }
+    out << "Shows the card of the builder app " << command.app << " for " << plan.command;
+    if (!missing.isEmpty()) {
+        out << "; missing: " << missing.join(QStringLiteral(", "));
+    }
+    out << ".\n";
+}
+
 } // namespace
 
 int expand(const QStringList& arguments, QTextStream& out, QTextStream& err)
@@ -86,6 +108,7 @@ int expand(const QStringList& arguments, QTextStream& out, QTextStream& err)
     library.records = db.collectionRecords();
     library.hiddenCollections = db.hiddenCollections();
     library.showHidden = defaults.flag(QStringLiteral("tavoPickerShowHiddenCollections"));
+    library.builder = builderSnapshotFor(defaults, library);
     // Decided as if a space ended the trigger; the space itself is not printed.
     const QString suffix = QStringLiteral(" ");
     const ExpansionPlan plan = planExpansion(trigger, suffix, library);
@@ -102,6 +125,9 @@ int expand(const QStringList& arguments, QTextStream& out, QTextStream& err)
         return 1;
     case ExpansionPlan::Kind::InlineCommand:
         out << "Runs the inline command " << plan.command << ".\n";
+        return 0;
+    case ExpansionPlan::Kind::BuilderCommand:
+        printBuilderCommand(plan, out);
         return 0;
     case ExpansionPlan::Kind::Nothing:
         out << "Matches " << displayTrigger(plan.clip.key) << ", which has nothing to paste.\n";

@@ -21,6 +21,30 @@ std::unique_ptr<DB> openProfile(Defaults& defaults, const TavoAccountStore& acco
     return db;
 }
 
+bool checkSignedIn(const TavoAccountStore& accounts, QTextStream& err)
+{
+    if (!accounts.isAuthenticated()) {
+        err << signInFirst << '\n';
+        return false;
+    }
+    return true;
+}
+
+QString attachmentsFolder(Defaults& defaults, const TavoAccountStore& accounts)
+{
+    return openProfile(defaults, accounts, DB::Access::ReadOnly)->attachmentsDir();
+}
+
+int report(const Result<QString>& result, QTextStream& out, QTextStream& err)
+{
+    if (!result) {
+        err << result.error().description << '\n';
+        return 1;
+    }
+    out << *result << '\n';
+    return 0;
+}
+
 QString oneLine(QString text)
 {
     text.replace(u'\t', u' ').replace(u'\n', u' ').replace(u'\r', u' ');
@@ -30,8 +54,7 @@ QString oneLine(QString text)
 std::unique_ptr<DB> openForReading(Defaults& defaults, QString& user, QTextStream& err)
 {
     TavoAccountStore accounts(defaults);
-    if (!accounts.isAuthenticated()) {
-        err << signInFirst << '\n';
+    if (!checkSignedIn(accounts, err)) {
         return nullptr;
     }
     user = accounts.currentUsername();
@@ -42,8 +65,7 @@ int changeLibrary(const std::function<LibraryChange(DB&)>& edit, QTextStream& ou
 {
     Defaults defaults;
     TavoAccountStore accounts(defaults);
-    if (!accounts.isAuthenticated()) {
-        err << signInFirst << '\n';
+    if (!checkSignedIn(accounts, err)) {
         return 1;
     }
     {

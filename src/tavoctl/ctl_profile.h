@@ -1,5 +1,6 @@
 #pragma once
 
+#include "language/tavo_error.h"
 #include "store/profile_store.h"
 
 #include <QString>
@@ -19,6 +20,17 @@ inline const QString signInFirst = QStringLiteral("Sign in to Tavo first.");
 
 // The application's view of the signed-in profile, as the main window activates it.
 std::unique_ptr<DB> openProfile(Defaults& defaults, const TavoAccountStore& accounts, DB::Access access);
+
+// Whether someone is signed in; when no one is, says so on `err`.
+bool checkSignedIn(const TavoAccountStore& accounts, QTextStream& err);
+
+// The signed-in profile's attachments folder, from a read-only view. A writable store writes its
+// collection list back when it opens, so what comes in is read and checked against this folder
+// first, and a refusal leaves every file as it was.
+QString attachmentsFolder(Defaults& defaults, const TavoAccountStore& accounts);
+
+// A step's message on standard output and exit status 0, or its error on `err` and 1.
+int report(const Result<QString>& result, QTextStream& out, QTextStream& err);
 
 // Tabs and line breaks made blanks, so one item stays one line of tab-separated output.
 QString oneLine(QString text);

@@ -2,6 +2,7 @@
 // against an HTTP server of the test on 127.0.0.1.
 #include "browser/browser_tabs.h"
 #include "browser/web/browser_downloads.h"
+#include "browser/web/browser_magnifier_lens.h"
 #include "browser/web/browser_status_strip.h"
 #include "browser/web/browser_workspace.h"
 #include "browser/web/download_names.h"
@@ -97,8 +98,9 @@ private:
         if (route == m_routes.cend()) {
             reply = "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
         } else {
-            reply = "HTTP/1.1 200 OK\r\n" + route->headers + "Content-Length: " + QByteArray::number(route->body.size()) +
-                    "\r\nConnection: close\r\n\r\n" + route->body;
+            reply = "HTTP/1.1 200 OK\r\n" + route->headers +
+                    "Content-Length: " + QByteArray::number(route->body.size()) + "\r\nConnection: close\r\n\r\n" +
+                    route->body;
         }
         socket->write(reply);
         socket->disconnectFromHost();
@@ -129,6 +131,8 @@ private slots:
     void downloadFileName();
     void uniqueDownloadPath_data();
     void uniqueDownloadPath();
+    void magnifierSourceRect_data();
+    void magnifierSourceRect();
 
     void pageTitleReachesTab();
     void downloadsLandOnDesktop_data();
@@ -137,6 +141,7 @@ private slots:
     void onlyWebAddressesLoad_data();
     void onlyWebAddressesLoad();
     void incognitoGetsItsOwnView();
+    void lensMagnifiesThePage();
 
 private:
     void loadInNewTab(const QString& url, const QString& title);
@@ -203,11 +208,10 @@ void TestBrowserWeb::uniqueDownloadPath_data()
     QTest::addColumn<QString>("expected");
     QTest::newRow("free name") << QStringList() << u"a.pdf"_s << u"a.pdf"_s;
     QTest::newRow("taken once") << QStringList{u"a.pdf"_s} << u"a.pdf"_s << u"a (2).pdf"_s;
-    QTest::newRow("each round on the last") << QStringList{u"a.pdf"_s, u"a (2).pdf"_s} << u"a.pdf"_s
-                                            << u"a (2) (3).pdf"_s;
+    QTest::newRow("each round on the last")
+        << QStringList{u"a.pdf"_s, u"a (2).pdf"_s} << u"a.pdf"_s << u"a (2) (3).pdf"_s;
     QTest::newRow("no extension, no point") << QStringList{u"README"_s} << u"README"_s << u"README (2)"_s;
-    QTest::newRow("a hidden name is no extension") << QStringList{u".profile"_s} << u".profile"_s
-                                                   << u".profile (2)"_s;
+    QTest::newRow("a hidden name is no extension") << QStringList{u".profile"_s} << u".profile"_s << u".profile (2)"_s;
     QTest::newRow("the last extension only") << QStringList{u"a.tar.gz"_s} << u"a.tar.gz"_s << u"a.tar (2).gz"_s;
     QTest::newRow("a long name stays within 255 bytes")
         << QStringList{QString(251, u'x') + u".pdf"_s} << QString(251, u'x') + u".pdf"_s
@@ -225,6 +229,43 @@ void TestBrowserWeb::uniqueDownloadPath()
         QVERIFY(file.open(QIODevice::WriteOnly));
     }
     QCOMPARE(tavo::uniqueDownloadPath(folder.path(), name), folder.filePath(expected));
+}
+
+void TestBrowserWeb::magnifierSourceRect_data()
+{
+    QTest::addColumn<QSizeF>("canvas");
+    QTest::addColumn<QSize>("image");
+    QTest::addColumn<QPointF>("center");
+    QTest::addColumn<QSizeF>("lens");
+    QTest::addColumn<double>("power");
+    QTest::addColumn<QRect>("expected");
+    // 190 / 4.0 = 47.5 points of the page, 95 pixels of a snapshot at twice the scale, rounded outward.
+    QTest::newRow("power 4.0 over 190 points shows 47.5") << QSizeF(1000, 700) << QSize(2000, 1400) << QPointF(500, 350)
+                                                          << QSizeF(190, 190) << 4.0 << QRect(952, 652, 96, 96);
+    QTest::newRow("near the right edge, inside the image")
+        << QSizeF(1000, 700) << QSize(2000, 1400) << QPointF(990, 350) << QSizeF(115, 190) << 2.5
+        << QRect(1908, 624, 92, 152);
+    QTest::newRow("at the top left corner")
+        << QSizeF(1000, 700) << QSize(1000, 700) << QPointF(0, 0) << QSizeF(115, 190) << 2.5 << QRect(0, 0, 46, 76);
+    QTest::newRow("a lens wider than the page") << QSizeF(100, 700) << QSize(100, 700) << QPointF(50, 350)
+                                                << QSizeF(190, 190) << 1.5 << QRect(0, 286, 100, 128);
+    QTest::newRow("no canvas, nothing") << QSizeF(0, 0) << QSize(100, 100) << QPointF(0, 0) << QSizeF(115, 190) << 2.5
+                                        << QRect();
+}
+
+void TestBrowserWeb::magnifierSourceRect()
+{
+    QFETCH(QSizeF, canvas);
+    QFETCH(QSize, image);
+    QFETCH(QPointF, center);
+    QFETCH(QSizeF, lens);
+    QFETCH(double, power);
+    QFETCH(QRect, expected);
+    const QRect source = tavo::magnifierSourceRect(canvas, image, center, lens.width(), lens.height(), power);
+    QCOMPARE(source, expected);
+    if (!expected.isNull()) {
+        QVERIFY(QRect(QPoint(0, 0), image).contains(source));
+    }
 }
 
 void TestBrowserWeb::loadInNewTab(const QString& url, const QString& title)
@@ -319,7 +360,8 @@ void TestBrowserWeb::onlyWebAddressesLoad()
     QVERIFY(view);
     QStringList titles;
     QStringList urls;
-    connect(view->page(), &QWebEnginePage::titleChanged, this, [&titles](const QString& title) { titles.append(title); });
+    connect(view->page(), &QWebEnginePage::titleChanged, this,
+            [&titles](const QString& title) { titles.append(title); });
     connect(view->page(), &QWebEnginePage::urlChanged, this, [&urls](const QUrl& url) { urls.append(url.scheme()); });
 
     // A link with another scheme, as an imported bookmark may hold, then a web page after it:
@@ -363,6 +405,34 @@ void TestBrowserWeb::incognitoGetsItsOwnView()
     QTRY_VERIFY(m_workspace->currentView() && m_workspace->currentView()->identity() == normalTab + u"-normal"_s);
     QVERIFY(!m_workspace->currentView()->page()->profile()->isOffTheRecord());
     QTRY_COMPARE_WITH_TIMEOUT(m_tabs->current()->title, u"Hello Tavo"_s, loadTimeout);
+}
+
+void TestBrowserWeb::lensMagnifiesThePage()
+{
+    loadInNewTab(m_server->url(u"/page"_s), u"Hello Tavo"_s);
+    BrowserMagnifierLens* lens = m_workspace->lens();
+    lens->setWanted(true);
+    QVERIFY(lens->isVisible());
+    // The first snapshot is the page as drawn: its size, and more than one colour in it.
+    const QImage& snapshot = lens->snapshot();
+    QVERIFY(!snapshot.isNull());
+    QCOMPARE(snapshot.size() / snapshot.devicePixelRatio(), m_workspace->currentView()->size());
+    const QImage pixels = snapshot.convertToFormat(QImage::Format_RGB32);
+    bool drawn = false;
+    for (int y = 0; y < pixels.height() && !drawn; y += 2) {
+        for (int x = 0; x < pixels.width() && !drawn; x += 2) {
+            drawn = pixels.pixel(x, y) != pixels.pixel(0, 0);
+        }
+    }
+    QVERIFY(drawn);
+    const QSizeF canvas = lens->parentWidget()->size();
+    QCOMPARE(lens->center(), QPointF(canvas.width() * 0.52, canvas.height() * 0.48));
+    QVERIFY(lens->geometry().contains(lens->center().toPoint()));
+
+    // Home shows no page, so no lens.
+    m_tabs->select(homeTabID);
+    QTRY_VERIFY(!lens->isVisible());
+    lens->setWanted(false);
 }
 
 int main(int argc, char** argv)

@@ -1,5 +1,7 @@
 #include "builder/builder_app.h"
 #include "builder/builder_command.h"
+#include "builder/builder_prompt.h"
+#include "language/live_tokens.h"
 #include "store/defaults.h"
 
 #include <QJsonArray>
@@ -101,6 +103,8 @@ private slots:
     void readingChangesNothing();
     void hostileCommandEnds();
     void commandJson();
+    void promptDraft_data();
+    void promptDraft();
 
 private:
     QTemporaryDir m_dir;
@@ -434,6 +438,54 @@ void TestBuilderCommand::commandJson()
     QCOMPARE(json.value(u"isComplete"_s).toBool(), false);
     QCOMPARE(json.value(u"slotValues"_s).toArray(), (QJsonArray{u"big"_s, u""_s}));
     QCOMPARE(json.value(u"fontColor"_s).toString(), u"Ink"_s);
+}
+
+void TestBuilderCommand::promptDraft_data()
+{
+    QTest::addColumn<QString>("payload");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("paths");
+
+    QTest::newRow("a record: its values and its files; the app's action by default")
+        << u"inv-acme-ltd-100"_s << u"Create a Invoice.\nClients: hello@acme.test, 555 0100\namount: 100"_s
+        << QStringList{u"/media/acme.png"_s};
+    QTest::newRow("a shortcut of the collection before a record; its live tokens filled")
+        << u"inv-north-star-5"_s << u"Create a Invoice.\nClients: North Star, Wednesday {{unix}}\namount: 5"_s
+        << QStringList{u"/media/star.pdf"_s};
+    QTest::newRow("an empty value asks for it; the request follows")
+        << u"inv-acme-ltd-prompt-keep-it-short"_s
+        << u"Create a Invoice.\nClients: hello@acme.test, 555 0100\namount: [enter amount]\n\nUser request:\nkeep it short"_s
+        << QStringList{u"/media/acme.png"_s};
+    QTest::newRow("no app: free text") << u"hello-there"_s << QString() << QStringList();
+}
+
+void TestBuilderCommand::promptDraft()
+{
+    QFETCH(QString, payload);
+    QFETCH(QString, text);
+    QFETCH(QStringList, paths);
+
+    QFile::remove(m_dir.filePath(u"defaults.json"_s));
+    Defaults defaults(m_dir.filePath(u"defaults.json"_s));
+    defaults.setValues(invoice());
+    QList<Clip> library = clips();
+    library[0].text = u"North Star, {{weekday}} {{unix}}"_s; // prompts keep the tokens they do not fill
+    library[0].files = {u"/media/star.pdf"_s};
+    QList<CollectionRecord> known = records();
+    known[0].values = {{u"Phone"_s, u"555 0100"_s}, {u"Email"_s, u"hello@acme.test"_s}, {u"Fax"_s, u" "_s}};
+    known[0].files = {u"/media/acme.png"_s};
+
+    LiveTokenSources sources;
+    sources.now = [] { return QDateTime(QDate(2026, 11, 25), QTime(9, 30)); };
+    sources.locale = "en_US";
+    const std::optional<BuilderPromptDraft> draft = builderPromptDraft(payload, library, known, defaults, sources);
+    if (text.isEmpty()) {
+        QVERIFY(!draft);
+        return;
+    }
+    QVERIFY(draft);
+    QCOMPARE(draft->text, text);
+    QCOMPARE(draft->referencePaths, paths);
 }
 
 QTEST_GUILESS_MAIN(TestBuilderCommand)

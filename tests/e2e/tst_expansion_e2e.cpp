@@ -75,6 +75,7 @@ private slots:
     void otherLayouts();
     void aTerminalPastesFromItsSelection();
     void aSecondStartLeavesTheFirstInCharge();
+    void aPackageImportedFromTheMenuExpandsAtOnce();
     void thePickerFollowsTheTriggerWithoutTakingTheKeyboard();
     void aBusyApplicationHoldsNoKey();
     void quittingWhileTrackingLosesNoKey();
@@ -383,6 +384,54 @@ void TestExpansionEndToEnd::aSecondStartLeavesTheFirstInCharge()
     QCOMPARE(m_tavo.state(), QProcess::Running);
 }
 
+void TestExpansionEndToEnd::aPackageImportedFromTheMenuExpandsAtOnce()
+{
+    // A package as another installation makes it: one top folder, the bundle, a folder per shortcut.
+    const QDir home = QDir::home();
+    const QString top = home.filePath(QStringLiteral("TavoCollectionShare-E2E"));
+    QVERIFY(QDir().mkpath(top + QStringLiteral("/Shortcut-001/Media")));
+    const QByteArray shortcut =
+        R"({"key":"/pkgsig","name":"Signature","text":"Sent from a package","group":"Work","media":[]})";
+    const QList<std::pair<QString, QByteArray>> files{
+        {QStringLiteral("collection.json"), QByteArray(R"({"title":"Shared","shortcuts":[)") + shortcut + "]}"},
+        {QStringLiteral("Shortcut-001/shortcut.json"), shortcut}};
+    for (const auto& [name, bytes] : files) {
+        QFile file(top + u'/' + name);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+    }
+    const QString package = home.filePath(QStringLiteral("shared.zip"));
+    QProcess zip;
+    zip.setWorkingDirectory(home.path());
+    zip.start(QStringLiteral("zip"), {QStringLiteral("-qr"), package, QStringLiteral("TavoCollectionShare-E2E")});
+    QVERIFY(zip.waitForFinished(10000));
+    QCOMPARE(zip.exitCode(), 0);
+
+    // A second start brings the window forward; its File menu opens the package dialog.
+    const qsizetype logFrom = m_tavoLog.size();
+    QProcess second;
+    second.start(QStringLiteral(TAVO_PATH));
+    QVERIFY(second.waitForFinished(10000));
+    QTRY_VERIFY_WITH_TIMEOUT(!e2e::visibleWindow(QStringLiteral("^Tavo$")).isEmpty(), 5000);
+    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), e2e::visibleWindow(QStringLiteral("^Tavo$"))});
+    xdotool(words({"key", "alt+f"}));
+    QTest::qWait(300);
+    xdotool(words({"key", "Return"})); // "Import shortcut package…", the menu's first entry
+    QTRY_VERIFY_WITH_TIMEOUT(!e2e::visibleWindow(QStringLiteral("Choose an Tavo shortcut")).isEmpty(), 5000);
+    QTest::qWait(300);
+    type(package);
+    xdotool(words({"key", "Return"}));
+    QTRY_VERIFY_WITH_TIMEOUT(m_tavoLog.mid(logFrom).contains("Imported 1 shortcut(s) with their attached media."),
+                             10000);
+
+    // Typed at once in another application, without a restart.
+    m_editor->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_editor.get()));
+    m_editor->clear();
+    type(QStringLiteral("\\pkgsig "));
+    QTRY_COMPARE_WITH_TIMEOUT(typedText(), QStringLiteral("Sent from a package "), 5000);
+}
+
 // How many rows the picker's last finished search for `query` showed, from Tavo's log after
 // `logFrom`; -1 before it has.
 int TestExpansionEndToEnd::pickerResults(const QString& query, qsizetype logFrom) const
@@ -492,6 +541,12 @@ void TestExpansionEndToEnd::aBusyApplicationHoldsNoKey()
     });
     const QMetaObject::Connection arrivalWatch =
         connect(m_editor.get(), &QPlainTextEdit::textChanged, this, [&] { arrivals << clock.elapsed(); });
+    // Both watch this function's locals: gone with them, also when a check fails half-way, or
+    // Tavo's next output would run into freed memory in a later test.
+    auto unwatch = qScopeGuard([&] {
+        disconnect(logWatch);
+        disconnect(arrivalWatch);
+    });
     QVERIFY(bigger.commit());
     const QString typing = QStringLiteral("and/or this, see /usr/share and more. ").repeated(3);
     QProcess xdotool;
@@ -499,6 +554,7 @@ void TestExpansionEndToEnd::aBusyApplicationHoldsNoKey()
                   {QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("15"), typing});
     QTRY_COMPARE_WITH_TIMEOUT(typedText(), typing, 30000);
     QTRY_VERIFY_WITH_TIMEOUT(readingUntil >= 0, 30000);
+    unwatch.dismiss();
     disconnect(logWatch);
     disconnect(arrivalWatch);
 

@@ -1,5 +1,10 @@
+#include "builder/builder_app.h"
 #include "engine/expansion_plan.h"
+#include "store/defaults.h"
 
+#include <QJsonArray>
+#include <QScopeGuard>
+#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace tavo;
@@ -76,12 +81,50 @@ class TestExpansionPlan : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void decisions_data();
     void decisions();
     void hiddenCollectionsCountWhenShown();
     void recordBecomesText();
     void mediaDropsTheEndingKey();
+    void builderCommands_data();
+    void builderCommands();
+    void withoutBuilderAppsNothingIsACommand();
+    void hiddenRecordsAreNoAliases();
+
+private:
+    // An app "Invoice" of prefix "inv": a Clients record, then an amount.
+    ExpansionLibrary builderLibrary(bool showHidden = false) const;
+
+    QTemporaryDir m_dir;
+    std::unique_ptr<Defaults> m_defaults;
 };
+
+void TestExpansionPlan::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    m_defaults = std::make_unique<Defaults>(m_dir.filePath(QStringLiteral("defaults.json")));
+    const QString app = QStringLiteral("Invoice");
+    writeBuilderAppNames(*m_defaults, {app});
+    m_defaults->setValues({
+        {builderKey(QStringLiteral("Prefix"), app), QStringLiteral("inv")},
+        {builderKey(QStringLiteral("Collections"), app), QStringLiteral("Clients")},
+        {builderKey(QStringLiteral("Variables"), app), QStringLiteral("amount")},
+        {builderKey(QStringLiteral("FormulaOrder"), app),
+         QJsonArray{QStringLiteral("Collection: Clients"), QStringLiteral("Variable: amount")}},
+    });
+}
+
+ExpansionLibrary TestExpansionPlan::builderLibrary(bool showHidden) const
+{
+    ExpansionLibrary lib = library();
+    lib.clips.append(clip(QStringLiteral("/inv"), QStringLiteral("a key named inv")));
+    lib.records.append(record(QStringLiteral("acme-ltd"), QStringLiteral("Clients")));
+    lib.records.append(record(QStringLiteral("shy"), QStringLiteral("Private")));
+    lib.showHidden = showHidden;
+    lib.builder = builderSnapshotFor(*m_defaults, lib);
+    return lib;
+}
 
 void TestExpansionPlan::decisions_data()
 {
@@ -179,6 +222,88 @@ void TestExpansionPlan::mediaDropsTheEndingKey()
         QVERIFY(!plan.paste.includeText);
         QVERIFY(!plan.paste.clip.text.endsWith(u' '));
     }
+}
+
+void TestExpansionPlan::builderCommands_data()
+{
+    QTest::addColumn<QString>("trigger");
+    QTest::addColumn<QString>("suffix");
+    QTest::addColumn<Kind>("kind");
+    QTest::addColumn<bool>("generates");
+    QTest::addColumn<QString>("text"); // the command's key, or what is pasted
+
+    const auto row = [](const char* name, const char* trigger, const char* suffix, Kind kind, bool generates,
+                        const char* text) {
+        QTest::newRow(name) << QString::fromUtf8(trigger) << QString::fromUtf8(suffix) << kind << generates
+                            << QString::fromUtf8(text);
+    };
+    row("a complete command is made", "\\inv-acme-ltd-100", " ", Kind::BuilderCommand, true, "inv-acme-ltd-100");
+    row("a return ends one too", "\\INV-ACME-LTD-100", "\n", Kind::BuilderCommand, true, "inv-ACME-LTD-100");
+    row("a format word is no value", "/inv-acme-ltd-100-img", "\r", Kind::BuilderCommand, true, "inv-acme-ltd-100");
+    row("a missing value shows the card", "\\inv-acme", " ", Kind::BuilderCommand, false, "inv-acme");
+    row("the bare prefix shows the card", "\\inv", " ", Kind::BuilderCommand, false, "inv");
+    row("a quoted value fills one slot", "\\inv-\"a b\"-5", " ", Kind::BuilderCommand, true, "inv-a b-5");
+    row("a tab shows the card of a complete command", "\\inv-acme-ltd-100", "\t", Kind::BuilderCommand, false,
+        "inv-acme-ltd-100");
+    row("punctuation shows the card", "\\inv-acme", ";", Kind::BuilderCommand, false, "inv-acme");
+    row("after a tab a shortcut of the prefix comes first", "\\inv", "\t", Kind::Paste, false, "a key named inv\t");
+    row("surplus tokens make no command: the key goes back", "\\inv-x-1-2-3", " ", Kind::NoMatch, false, "");
+    row("the prefix needs a hyphen behind it", "\\invoice-x", " ", Kind::NoMatch, false, "");
+    row("inline commands come first", "\\paste", " ", Kind::InlineCommand, false, "");
+    row("shortcuts still expand", "\\ty", " ", Kind::Paste, false, "Thank you! ");
+}
+
+void TestExpansionPlan::builderCommands()
+{
+    QFETCH(QString, trigger);
+    QFETCH(QString, suffix);
+    QFETCH(Kind, kind);
+    QFETCH(bool, generates);
+    QFETCH(QString, text);
+    const ExpansionPlan plan = planExpansion(trigger, suffix, builderLibrary());
+    QCOMPARE(plan.kind, kind);
+    QCOMPARE(plan.givesEndingKeyBack(), kind == Kind::NoMatch);
+    if (kind == Kind::BuilderCommand) {
+        QCOMPARE(plan.generates, generates);
+        QCOMPARE(plan.builder.app, QStringLiteral("Invoice"));
+        QCOMPARE(plan.builder.key, text);
+        QVERIFY(!generates || plan.builder.isComplete());
+        QCOMPARE(plan.command, trigger.trimmed()); // what the output is made from, as typed
+    } else if (kind == Kind::Paste) {
+        QCOMPARE(plan.paste.clip.text, text);
+    }
+}
+
+void TestExpansionPlan::withoutBuilderAppsNothingIsACommand()
+{
+    ExpansionLibrary lib = builderLibrary();
+    lib.builder.reset();
+    QCOMPARE(planExpansion(QStringLiteral("\\inv-acme-ltd-100"), QStringLiteral(" "), lib).kind, Kind::NoMatch);
+    QCOMPARE(planExpansion(QStringLiteral("\\inv"), QStringLiteral(" "), lib).kind, Kind::Paste);
+}
+
+void TestExpansionPlan::hiddenRecordsAreNoAliases()
+{
+    // A record of a hidden collection is no alias while hidden collections are not shown: its
+    // two words are then two values, one too many for the app's two slots.
+    const QString app = QStringLiteral("Invoice");
+    m_defaults->setString(builderKey(QStringLiteral("Collections"), app), QStringLiteral("Private"));
+    m_defaults->setStringList(builderKey(QStringLiteral("FormulaOrder"), app), {});
+    const auto restore = qScopeGuard([&] {
+        m_defaults->setString(builderKey(QStringLiteral("Collections"), app), QStringLiteral("Clients"));
+        m_defaults->setStringList(builderKey(QStringLiteral("FormulaOrder"), app),
+                                  {QStringLiteral("Collection: Clients"), QStringLiteral("Variable: amount")});
+    });
+    ExpansionLibrary hidden = builderLibrary(false);
+    ExpansionLibrary shown = builderLibrary(true);
+    hidden.records.last().alias = shown.records.last().alias = QStringLiteral("shy-co");
+    hidden.builder = builderSnapshotFor(*m_defaults, hidden);
+    shown.builder = builderSnapshotFor(*m_defaults, shown);
+    const QString typed = QStringLiteral("\\inv-shy-co-7");
+    QCOMPARE(planExpansion(typed, QStringLiteral(" "), hidden).kind, Kind::NoMatch);
+    const ExpansionPlan plan = planExpansion(typed, QStringLiteral(" "), shown);
+    QCOMPARE(plan.kind, Kind::BuilderCommand);
+    QCOMPARE(plan.builder.slotValues, QStringList({QStringLiteral("shy-co"), QStringLiteral("7")}));
 }
 
 QTEST_GUILESS_MAIN(TestExpansionPlan)

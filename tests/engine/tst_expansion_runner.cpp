@@ -1,4 +1,5 @@
 #include "ai/model_profile_store.h"
+#include "builder/builder_app.h"
 #include "engine/expansion_runner.h"
 #include "engine/inline_commands.h"
 #include "engine/quill_app_delegate.h"
@@ -122,6 +123,8 @@ private slots:
     void nothingDone();
     void theTapDecidesAnEndingKeyOnItsOwn_data();
     void theTapDecidesAnEndingKeyOnItsOwn();
+    void builderCommands_data();
+    void builderCommands();
     void inlineCommandsRemoveOnceThenHandOver_data();
     void inlineCommandsRemoveOnceThenHandOver();
     void facesPasteWithoutRemovingAgain_data();
@@ -360,6 +363,68 @@ void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn()
         QVERIFY(m_tap->releases.isEmpty());
         QCOMPARE(notices.size(), 1);
     }
+}
+
+void TestExpansionRunner::builderCommands_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<bool>("held");        // the ending key is the command's, not the application's
+    QTest::addColumn<QString>("card");     // the app whose card shows; empty: none
+    QTest::addColumn<QString>("generate"); // the command whose output is asked for; empty: none
+    QTest::newRow("a missing value shows the card") << "\\inv-acme " << true << "Invoice" << QString();
+    QTest::newRow("a complete command asks for its output")
+        << "\\inv-acme-ltd-100 " << true << QString() << "\\inv-acme-ltd-100";
+    QTest::newRow("surplus values are no command") << "\\inv-x-1-2-3 " << false << QString() << QString();
+}
+
+void TestExpansionRunner::builderCommands()
+{
+    QFETCH(QString, typed);
+    QFETCH(bool, held);
+    QFETCH(QString, card);
+    QFETCH(QString, generate);
+    // Made while the runner runs: the tap's copy of the library follows the app and the record.
+    const QString app = QStringLiteral("Invoice");
+    writeBuilderAppNames(*m_defaults, {app});
+    m_defaults->setValues({{builderKey(QStringLiteral("Prefix"), app), QStringLiteral("inv")},
+                           {builderKey(QStringLiteral("Collections"), app), QStringLiteral("Clients")},
+                           {builderKey(QStringLiteral("Variables"), app), QStringLiteral("Amount")}});
+    CollectionRecord acme;
+    acme.id = QStringLiteral("R-1");
+    acme.collection = QStringLiteral("Clients");
+    acme.name = QStringLiteral("Acme Ltd");
+    acme.alias = QStringLiteral("acme-ltd");
+    m_db->setCollectionRecords({acme});
+    connect(m_delegate.get(), &QuillAppDelegate::expansionPlanned, m_runner.get(), &ExpansionRunner::carryOutPlanned);
+    QSignalSpy cards(m_runner.get(), &ExpansionRunner::builderCardRequested);
+    QSignalSpy generated(m_runner.get(), &ExpansionRunner::builderGenerateRequested);
+    QSignalSpy hides(m_runner.get(), &ExpansionRunner::hidePickerRequested);
+    m_runner->openPicker(true);
+
+    TapDecision decision;
+    quint64 id = 0;
+    for (const QChar c : typed) {
+        decision =
+            m_delegate->decide(KeyEvent{c == u'\\' ? KeyCode::Backslash : KeyCode::Other, 0, QString(c), false, ++id});
+    }
+    QCOMPARE(decision.verdict, held ? KeyVerdict::SwallowAndHold : KeyVerdict::Pass);
+    QCoreApplication::processEvents();
+    QCoreApplication::processEvents();
+
+    QCOMPARE(cards.size(), card.isEmpty() ? 0 : 1);
+    if (!card.isEmpty()) {
+        QCOMPARE(cards.first().first().value<CustomBuilderCommand>().app, card);
+        QCOMPARE(hides.size(), 0); // the card stays for the values
+    }
+    QCOMPARE(generated.size(), generate.isEmpty() ? 0 : 1);
+    if (!generate.isEmpty()) {
+        QCOMPARE(generated.first().first().toString(), generate);
+        QCOMPARE(hides.size(), 1);
+    }
+    // The command stays as typed and its ending key is gone: nothing removed, nothing given back.
+    QVERIFY(m_desktop->log.isEmpty());
+    QCOMPARE(m_tap->releases, held ? QList<bool>{false} : QList<bool>{});
+    QVERIFY(!m_delegate->triggerTracking());
 }
 
 void TestExpansionRunner::inlineCommandsRemoveOnceThenHandOver_data()

@@ -23,6 +23,8 @@ private slots:
     void promptDrafts();
     void notices_data();
     void notices();
+    void imageExpressions_data();
+    void imageExpressions();
 };
 
 void TestInlineCommands::commands_data()
@@ -228,6 +230,41 @@ void TestInlineCommands::notices()
     QFETCH(QString, made);
     QFETCH(QString, expected);
     QCOMPARE(made, expected);
+}
+
+void TestInlineCommands::imageExpressions_data()
+{
+    QTest::addColumn<QString>("payload");
+    QTest::addColumn<QStringList>("images");
+    QTest::addColumn<QString>("prompt");
+
+    QTest::newRow("keys by their image name, then the prompt")
+        << u"Logo.media-team2-prompt-a-summer-poster"_s << QStringList{u"/a/logo.png"_s, u"/a/t2.jpg"_s}
+        << u"a summer poster"_s;
+    QTest::newRow("a range is a batch; other files and repeats left out")
+        << u"team1..3-logo-team2"_s << QStringList{u"/a/t1.png"_s, u"/a/t2.jpg"_s, u"/a/logo.png"_s} << QString();
+    QTest::newRow("a key with its slash; nothing named stays empty")
+        << u"\\logo-nothing-prompt"_s << QStringList{u"/a/logo.png"_s} << QString();
+    QTest::newRow("only a prompt") << u"prompt-cat"_s << QStringList() << u"cat"_s;
+}
+
+void TestInlineCommands::imageExpressions()
+{
+    QFETCH(QString, payload);
+    QFETCH(QStringList, images);
+    QFETCH(QString, prompt);
+    const auto clip = [](const QString& key, const QStringList& files) {
+        Clip made;
+        made.key = key;
+        made.files = files;
+        return made;
+    };
+    const QList<Clip> clips{clip(u"/logo.media"_s, {u"/a/logo.png"_s, u"/a/logo-notes.txt"_s}),
+                            clip(u"/team1"_s, {u"/a/t1.png"_s}), clip(u"/team2"_s, {u"/a/t2.jpg"_s}),
+                            clip(u"/team3"_s, {u"/a/t3.mp3"_s})};
+    const ImageExpression expression = resolveImageExpression(payload, clips);
+    QCOMPARE(expression.imagePaths, images);
+    QCOMPARE(expression.prompt, prompt);
 }
 
 QTEST_GUILESS_MAIN(TestInlineCommands)

@@ -1,6 +1,7 @@
 #include "picker/picker_panel.h"
 #include "platform/secret/libsecret_store.h"
 #include "shell/api_configuration_page.h"
+#include "shell/app_builder_editor.h"
 #include "shell/bulk_rename_sheet.h"
 #include "shell/collection_library_page.h"
 #include "shell/collection_sheets.h"
@@ -141,6 +142,7 @@ void TestAccessibility::everyControlHasAName_data()
     QTest::newRow("collection manager") << QStringLiteral("manager");
     QTest::newRow("add model sheet") << QStringLiteral("add model");
     QTest::newRow("add model sheet with a base URL") << QStringLiteral("add compatible model");
+    QTest::newRow("app builder editor") << QStringLiteral("app editor");
     QTest::newRow("picker with rows") << QStringLiteral("picker");
     QTest::newRow("picker with nothing to show") << QStringLiteral("empty picker");
 }
@@ -195,6 +197,12 @@ void TestAccessibility::everyControlHasAName()
         }
         sheet->show();
         root = std::move(sheet);
+    } else if (screen == QLatin1String("app editor")) {
+        addPresetApp(defaults, appBuilderPresets().first());
+        auto editor = std::make_unique<AppBuilderEditor>(db, defaults);
+        editor->openApp(appBuilderPresets().first().name);
+        editor->show();
+        root = std::move(editor);
     } else if (screen == QLatin1String("bulk rename")) {
         QStringList keys;
         for (const Clip& clip : db.clips()) {

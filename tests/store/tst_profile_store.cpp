@@ -81,9 +81,18 @@ private slots:
     void renameReachesEveryPlaceANameIsUsed();
     void readOnlyStoreWritesNothing();
     void twoProcessesKeepEachOthersChanges();
+    void watcherFollowsAnotherWriter_data();
     void watcherFollowsAnotherWriter();
     void aSaveAnnouncesWhatItMergedIn();
+    void killedWriterNeverLeavesABrokenFile_data();
     void killedWriterNeverLeavesABrokenFile();
+    void quittingWritesThePendingSave();
+    void backgroundSavesCoalesceToTheLatestState_data();
+    void backgroundSavesCoalesceToTheLatestState();
+    void anotherWriterDuringABackgroundSaveLosesNothing_data();
+    void anotherWriterDuringABackgroundSaveLosesNothing();
+    void updateClipsSeesAPendingSave();
+    void aSignInReadsWhileTheEventLoopTurns();
     void updateClipsChangesTheFileAsItIsNow_data();
     void updateClipsChangesTheFileAsItIsNow();
     void updateClipsKeepsAnUnreadableFileAside();
@@ -329,9 +338,20 @@ void TestProfileStore::twoProcessesKeepEachOthersChanges()
     QCOMPARE(keysOf(app.clips()), keysOf(onDisk));
 }
 
+void TestProfileStore::watcherFollowsAnotherWriter_data()
+{
+    QTest::addColumn<bool>("background");
+    QTest::newRow("read in place") << false;
+    QTest::newRow("read by the writer's thread") << true;
+}
+
 void TestProfileStore::watcherFollowsAnotherWriter()
 {
+    QFETCH(bool, background);
     DB app(*m_defaults, root());
+    if (background) {
+        app.writeInBackground();
+    }
     app.activateProfile(u"sam"_s);
     app.watchForChanges();
     QSignalSpy changed(&app, &DB::clipsChanged);
@@ -346,6 +366,15 @@ void TestProfileStore::watcherFollowsAnotherWriter()
     QTRY_COMPARE(app.clips().size(), 5);
     QCOMPARE(app.clips().last().key, u"/new"_s);
     QVERIFY(changed.count() >= 1);
+    // An edit of ours saved after the reload keeps the other writer's shortcut.
+    QList<Clip> mine = app.clips();
+    mine.first().name = u"Ours after theirs"_s;
+    app.setClips(mine);
+    QVERIFY(app.save());
+    app.waitForSaves();
+    const QList<Clip> onDisk = clipsOnDisk(profile(u"sam"_s) + u"/clips.json"_s);
+    QCOMPARE(keysOf(onDisk), QStringList(startKeys) << u"/new"_s);
+    QCOMPARE(onDisk.first().name, u"Ours after theirs"_s);
 
     // A collection hidden by a change of the settings alone, no profile file touched.
     m_defaults->watchForChanges();
@@ -380,13 +409,21 @@ void TestProfileStore::aSaveAnnouncesWhatItMergedIn()
     QCOMPARE(app.clips().last().name, u"Renamed in the app"_s);
 }
 
+void TestProfileStore::killedWriterNeverLeavesABrokenFile_data()
+{
+    QTest::addColumn<QStringList>("mode");
+    QTest::newRow("saves written in place") << QStringList();
+    QTest::newRow("a burst of edits saved in the background") << QStringList{u"background"_s};
+}
+
 void TestProfileStore::killedWriterNeverLeavesABrokenFile()
 {
+    QFETCH(QStringList, mode);
     const QString clipsPath = profile(u"crash"_s) + u"/clips.json"_s;
     qsizetype lastCount = 0;
     for (int round = 0; round < 12; ++round) {
         QProcess writer;
-        writer.start(QStringLiteral(STORE_CRASH_WRITER), {root()});
+        writer.start(QStringLiteral(STORE_CRASH_WRITER), QStringList{root()} + mode);
         QVERIFY(writer.waitForStarted());
         QVERIFY(writer.waitForReadyRead(20000));
         QTest::qWait(QRandomGenerator::global()->bounded(5, 120));
@@ -398,10 +435,211 @@ void TestProfileStore::killedWriterNeverLeavesABrokenFile()
         QVERIFY2(error.error == QJsonParseError::NoError, qPrintable(error.errorString()));
         const std::optional<QList<Clip>> clips = clipsFromJson(document.array());
         QVERIFY(clips);
-        QVERIFY(clips->size() >= lastCount); // nothing saved before is ever lost
+        QVERIFY(clips->size() >= lastCount);                   // nothing saved before is ever lost
+        QCOMPARE((clips->size() - startKeys.size()) % 200, 0); // whole edits only
         lastCount = clips->size();
     }
     QVERIFY(lastCount > 0);
+}
+
+void TestProfileStore::quittingWritesThePendingSave()
+{
+    // The writer quits right after its last edit and ends without destroying its store.
+    QProcess writer;
+    writer.start(QStringLiteral(STORE_CRASH_WRITER), {root(), u"quit"_s, u"30"_s});
+    QVERIFY(writer.waitForFinished(60'000));
+    QCOMPARE(writer.exitCode(), 0);
+    const QList<Clip> onDisk = clipsOnDisk(profile(u"crash"_s) + u"/clips.json"_s);
+    QCOMPARE(onDisk.size(), startKeys.size() + 30 * 200);
+    QCOMPARE(onDisk.last().key, u"/k29-199"_s);
+}
+
+void TestProfileStore::backgroundSavesCoalesceToTheLatestState_data()
+{
+    QTest::addColumn<QString>("list");       // clips or records
+    QTest::addColumn<bool>("storeGoesAway"); // destroyed right after the burst
+    QTest::newRow("shortcuts, settled in the event loop") << u"clips"_s << false;
+    QTest::newRow("shortcuts in flight when the store goes away") << u"clips"_s << true;
+    QTest::newRow("records, settled in the event loop") << u"records"_s << false;
+    QTest::newRow("records in flight when the store goes away") << u"records"_s << true;
+}
+
+void TestProfileStore::backgroundSavesCoalesceToTheLatestState()
+{
+    QFETCH(QString, list);
+    QFETCH(bool, storeGoesAway);
+    constexpr int edits = 40;
+    const QString file = list == u"clips"_s ? u"clips.json"_s : u"collection-records.json"_s;
+    const QString path = profile(u"sam"_s) + u'/' + file;
+
+    auto db = std::make_unique<DB>(*m_defaults, root());
+    db->writeInBackground();
+    db->activateProfile(u"sam"_s);
+    QTRY_VERIFY(!db->savesPending());
+    QSignalSpy finished(db.get(), &DB::saveFinished);
+    // Edits as fast as a script makes them, the event loop never turning in between.
+    for (int i = 0; i < edits; ++i) {
+        if (list == u"clips"_s) {
+            db->setClips(QList<Clip>(db->clips()) << makeClip(u"/e%1"_s.arg(i), u"Edit"_s));
+            QVERIFY(db->save());
+        } else {
+            CollectionRecord record;
+            record.id = u"R%1"_s.arg(i);
+            record.collection = u"Customers"_s;
+            record.name = u"Customer %1"_s.arg(i);
+            db->setCollectionRecords(QList<CollectionRecord>(db->collectionRecords()) << record);
+            QVERIFY(db->saveCollectionLibrary());
+        }
+    }
+    if (storeGoesAway) {
+        db.reset();
+    } else {
+        QVERIFY(db->savesPending());
+        QTRY_VERIFY(!db->savesPending());
+        int writes = 0;
+        for (const QList<QVariant>& args : finished) {
+            QVERIFY(args.at(1).toBool());
+            writes += args.at(0).toString() == file ? 1 : 0;
+        }
+        QCOMPARE(writes, 2); // the first edit's, then one for all the rest
+    }
+
+    const QByteArray bytes = readBytes(path);
+    if (list == u"clips"_s) {
+        const QList<Clip> onDisk = clipsOnDisk(path);
+        QCOMPARE(onDisk.size(), startKeys.size() + edits);
+        QCOMPARE(onDisk.last().key, u"/e%1"_s.arg(edits - 1));
+        if (db) {
+            QCOMPARE(db->clips(), onDisk);
+        }
+    } else {
+        const std::optional<QList<CollectionRecord>> onDisk = recordsFromJsonBytes(bytes);
+        QVERIFY(onDisk);
+        QCOMPARE(onDisk->size(), edits);
+        QCOMPARE(onDisk->last().id, u"R%1"_s.arg(edits - 1));
+    }
+}
+
+void TestProfileStore::anotherWriterDuringABackgroundSaveLosesNothing_data()
+{
+    // When tavoctl's change comes, relative to the application's save.
+    QTest::addColumn<QString>("moment");
+    QTest::addColumn<bool>("byUpdate"); // tavoctl changes through updateClips rather than save()
+    QTest::newRow("before the save") << u"before"_s << false;
+    QTest::newRow("while the save is on its way") << u"during"_s << false;
+    QTest::newRow("while the save is on its way, by an update") << u"during"_s << true;
+    QTest::newRow("after the write, before the application takes it in") << u"after"_s << false;
+    QTest::newRow("after the write, by an update") << u"after"_s << true;
+}
+
+void TestProfileStore::anotherWriterDuringABackgroundSaveLosesNothing()
+{
+    QFETCH(QString, moment);
+    QFETCH(bool, byUpdate);
+    const QString clipsPath = profile(u"sam"_s) + u"/clips.json"_s;
+    DB app(*m_defaults, root());
+    app.writeInBackground();
+    app.activateProfile(u"sam"_s);
+    // Large enough that the write takes a while.
+    QList<Clip> clips = app.clips();
+    for (int i = 0; i < 5000; ++i) {
+        clips << makeClip(u"/bulk%1"_s.arg(i), u"Bulk"_s);
+    }
+    app.setClips(clips);
+    app.save();
+    QTRY_VERIFY(!app.savesPending());
+    QTest::qWait(20); // distinct modification times
+
+    auto tool = [&] {
+        Defaults toolDefaults(m_defaults->filePath());
+        DB ctl(toolDefaults, root());
+        ctl.activateProfile(u"sam"_s);
+        if (byUpdate) {
+            QVERIFY(ctl.updateClips([](QList<Clip>& list) { list << makeClip(u"/fromtool"_s, u"Tool"_s); }));
+        } else {
+            ctl.setClips(QList<Clip>(ctl.clips()) << makeClip(u"/fromtool"_s, u"Tool"_s));
+            QVERIFY(ctl.save());
+        }
+    };
+    if (moment == u"before"_s) {
+        tool();
+    }
+    clips = app.clips();
+    clips[0].name = u"First edit in the app"_s;
+    app.setClips(clips);
+    app.save();
+    if (moment == u"during"_s) {
+        tool();
+    } else if (moment == u"after"_s) {
+        QThread::msleep(300); // the writer is done; the event loop has not turned
+        tool();
+    }
+    QTRY_VERIFY(!app.savesPending());
+    QTest::qWait(20);
+    clips = app.clips();
+    clips[1].name = u"Second edit in the app"_s;
+    app.setClips(clips);
+    app.save();
+    QTRY_VERIFY(!app.savesPending());
+
+    const QList<Clip> onDisk = clipsOnDisk(clipsPath);
+    QCOMPARE(onDisk.size(), startKeys.size() + 5000 + 1);
+    QVERIFY(keysOf(onDisk).contains(u"/fromtool"_s));
+    QCOMPARE(onDisk.at(0).name, u"First edit in the app"_s);
+    QCOMPARE(onDisk.at(1).name, u"Second edit in the app"_s);
+    QCOMPARE(app.clips(), onDisk);
+}
+
+void TestProfileStore::aSignInReadsWhileTheEventLoopTurns()
+{
+    QList<Clip> large;
+    for (int i = 0; i < 30'000; ++i) {
+        large << makeClip(u"/sam%1"_s.arg(i), u"Sam"_s);
+    }
+    writeClips(profile(u"sam"_s) + u"/clips.json"_s, large);
+    writeClips(profile(u"kim"_s) + u"/clips.json"_s, {makeClip(u"/kim"_s, u"Kim"_s)});
+
+    DB db(*m_defaults, root());
+    db.writeInBackground();
+    // Another sign-in comes while the first one's large file is read: the later one stands.
+    bool turned = false;
+    QTimer::singleShot(0, &db, [&] {
+        turned = true;
+        db.activateProfile(u"kim"_s);
+    });
+    db.activateProfile(u"sam"_s);
+    QVERIFY(turned);
+    QCOMPARE(db.dir(), profile(u"kim"_s));
+    QCOMPARE(keysOf(db.clips()), QStringList{u"/kim"_s});
+    QCOMPARE(db.collectionDefaultsKey(), u"tavoShortcutCollections."_s + tavoProfileSlug(u"kim"_s));
+}
+
+void TestProfileStore::updateClipsSeesAPendingSave()
+{
+    const QString clipsPath = profile(u"sam"_s) + u"/clips.json"_s;
+    DB app(*m_defaults, root());
+    app.writeInBackground();
+    app.activateProfile(u"sam"_s);
+    QList<Clip> clips = app.clips();
+    clips[0].name = u"Saved"_s;
+    app.setClips(clips);
+    app.save(); // on its way
+    clips[1].name = u"Not saved yet"_s;
+    app.setClips(clips);
+
+    QList<Clip> given;
+    QVERIFY(app.updateClips([&](QList<Clip>& list) {
+        given = list;
+        list << makeClip(u"/update"_s, u"Update"_s);
+    }));
+    QCOMPARE(given.at(0).name, u"Saved"_s);
+    QCOMPARE(given.at(1).name, u"Not saved yet"_s);
+    QTRY_VERIFY(!app.savesPending());
+    const QList<Clip> onDisk = clipsOnDisk(clipsPath);
+    QCOMPARE(keysOf(onDisk), QStringList(startKeys) << u"/update"_s);
+    QCOMPARE(onDisk.at(0).name, u"Saved"_s);
+    QCOMPARE(onDisk.at(1).name, u"Not saved yet"_s);
+    QCOMPARE(app.clips(), onDisk);
 }
 
 void TestProfileStore::updateClipsChangesTheFileAsItIsNow_data()

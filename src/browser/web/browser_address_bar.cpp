@@ -70,8 +70,8 @@ BrowserAddressBar::BrowserAddressBar(TavoBrowserTabs& state, CurrentView current
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(gap, gap / 2, gap, gap / 2);
     layout->setSpacing(gap / 2);
-    for (QWidget* widget : {static_cast<QWidget*>(m_back), static_cast<QWidget*>(m_forward),
-                            static_cast<QWidget*>(m_reload)}) {
+    for (QWidget* widget :
+         {static_cast<QWidget*>(m_back), static_cast<QWidget*>(m_forward), static_cast<QWidget*>(m_reload)}) {
         layout->addWidget(widget);
     }
     layout->addWidget(m_address, 1);
@@ -103,7 +103,9 @@ BrowserAddressBar::BrowserAddressBar(TavoBrowserTabs& state, CurrentView current
     m_zoomPanel = makeZoomPanel();
     panelMenu(m_zoom, m_zoomPanel);
     QMenu* links = panelMenu(m_links, makeSavedLinksPanel());
+    connect(links, &QMenu::aboutToHide, this, [this] { m_linksShown = false; });
     connect(links, &QMenu::aboutToShow, this, [this] {
+        m_linksShown = true;
         fillCollections();
         rebuildSavedLinks();
         m_linkSearch->setFocus();
@@ -180,7 +182,8 @@ QWidget* BrowserAddressBar::makeSavedLinksPanel()
     design::name(m_linkSearch, QStringLiteral("Search saved links"));
     m_linkCollection = new QComboBox(panel);
     design::name(m_linkCollection, QStringLiteral("Collection"));
-    auto* create = new QPushButton(design::icon(QStringLiteral("folder-new")), QStringLiteral("New collection…"), panel);
+    auto* create =
+        new QPushButton(design::icon(QStringLiteral("folder-new")), QStringLiteral("New collection…"), panel);
     design::name(create, QStringLiteral("New collection…"));
     auto* filters = new QHBoxLayout;
     filters->addWidget(m_linkSearch, 1);
@@ -193,7 +196,8 @@ QWidget* BrowserAddressBar::makeSavedLinksPanel()
     m_noLinks->setAlignment(Qt::AlignCenter);
     layout->addWidget(m_linkList, 1);
     layout->addWidget(m_noLinks);
-    auto* help = new QLabel(QStringLiteral("Group links by project or purpose. Add a note and tags to each saved link."), panel);
+    auto* help =
+        new QLabel(QStringLiteral("Group links by project or purpose. Add a note and tags to each saved link."), panel);
     help->setWordWrap(true);
     QPalette quiet = help->palette();
     quiet.setColor(QPalette::WindowText, design::secondaryText(quiet));
@@ -210,8 +214,9 @@ QWidget* BrowserAddressBar::makeSavedLinksPanel()
     });
     connect(create, &QPushButton::clicked, this, [this] {
         bool ok = false;
-        const QString name = QInputDialog::getText(this, QStringLiteral("New collection"), QStringLiteral("Collection name"),
-                                                   QLineEdit::Normal, QString(), &ok);
+        const QString name =
+            QInputDialog::getText(this, QStringLiteral("New collection"), QStringLiteral("Collection name"),
+                                  QLineEdit::Normal, QString(), &ok);
         if (ok) {
             m_state.ensureCollection(name);
         }
@@ -236,7 +241,8 @@ void BrowserAddressBar::fillCollections()
 
 void BrowserAddressBar::rebuildSavedLinks()
 {
-    if (!m_linkList || !m_links->menu()->isVisible()) {
+    // The list is filled while the menu is open, and when it opens.
+    if (!m_linkList || !m_linksShown) {
         return;
     }
     m_linkList->clear();
@@ -252,7 +258,8 @@ void BrowserAddressBar::rebuildSavedLinks()
         auto* rowLayout = new QHBoxLayout(row);
         rowLayout->setContentsMargins(4, 2, 4, 2);
         auto* text = new QLabel(QStringLiteral("<b>%1</b><br><small>%2</small>")
-                                    .arg(site.title.toHtmlEscaped(), QString(site.collection + QStringLiteral(" · ") + site.url).toHtmlEscaped()),
+                                    .arg(site.title.toHtmlEscaped(),
+                                         QString(site.collection + QStringLiteral(" · ") + site.url).toHtmlEscaped()),
                                 row);
         text->setTextFormat(Qt::RichText);
         rowLayout->addWidget(text, 1);
@@ -265,7 +272,9 @@ void BrowserAddressBar::rebuildSavedLinks()
             auto* remove = toolButton(row, QStringLiteral("edit-delete"), QStringLiteral("Remove ") + site.title);
             const QString id = site.id;
             // Queued: removing the link rebuilds the list, this button with it.
-            connect(remove, &QToolButton::clicked, &m_state, [this, id] { m_state.removeBookmark(id); }, Qt::QueuedConnection);
+            connect(
+                remove, &QToolButton::clicked, &m_state, [this, id] { m_state.removeBookmark(id); },
+                Qt::QueuedConnection);
             rowLayout->addWidget(remove);
         }
         item->setSizeHint(row->sizeHint());

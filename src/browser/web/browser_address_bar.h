@@ -59,6 +59,7 @@ private:
     QComboBox* m_linkCollection = nullptr;
     QListWidget* m_linkList = nullptr;
     QLabel* m_noLinks = nullptr;
+    bool m_linksShown = false;
     QToolButton* m_incognito;
 };
 

@@ -35,8 +35,7 @@ void BrowserDownloads::begin(QWebEngineDownloadRequest* download)
     if (download->state() != QWebEngineDownloadRequest::DownloadRequested) {
         return;
     }
-    const QString path =
-        uniqueDownloadPath(downloadFolder(), downloadFileName(download->suggestedFileName()));
+    const QString path = uniqueDownloadPath(downloadFolder(), downloadFileName(download->suggestedFileName()));
     const QFileInfo target(path);
     download->setDownloadDirectory(target.absolutePath());
     download->setDownloadFileName(target.fileName());

@@ -32,8 +32,10 @@ BrowserHomePage::BrowserHomePage(TavoBrowserTabs& state, QWidget* parent)
 {
     design::name(this, QStringLiteral("Your Tavo start page"));
     const int gap = design::step(this);
-    auto* header = new PageHeader(QStringLiteral("Your Tavo start page"), QStringLiteral("Your favorite links, ready to open."), this);
-    auto* add = new QPushButton(design::icon(QStringLiteral("bookmark-new")), QStringLiteral("Add favorite link"), this);
+    auto* header = new PageHeader(QStringLiteral("Your Tavo start page"),
+                                  QStringLiteral("Your favorite links, ready to open."), this);
+    auto* add =
+        new QPushButton(design::icon(QStringLiteral("bookmark-new")), QStringLiteral("Add favorite link"), this);
     design::name(add, QStringLiteral("Add favorite link"));
     header->addAction(add);
     connect(add, &QPushButton::clicked, this, &BrowserHomePage::addFavoriteRequested);

@@ -19,7 +19,8 @@ BrowserStatusStrip::BrowserStatusStrip(TavoBrowserTabs& state, QWidget* parent)
     : QFrame(parent)
     , m_state(state)
     , m_text(new QLabel(this))
-    , m_showInFolder(new QPushButton(design::icon(QStringLiteral("folder-open")), QStringLiteral("Show in folder"), this))
+    , m_showInFolder(
+          new QPushButton(design::icon(QStringLiteral("folder-open")), QStringLiteral("Show in folder"), this))
     , m_dismiss(new QPushButton(QStringLiteral("Dismiss"), this))
 {
     setFrameShape(QFrame::StyledPanel);
@@ -61,7 +62,8 @@ QString BrowserStatusStrip::text() const
 
 bool BrowserStatusStrip::canShowInFolder() const
 {
-    return m_state.lastDownloadURL().has_value() && m_state.downloadStatus().value_or(QString()).startsWith(QStringLiteral("Downloaded"));
+    return m_state.lastDownloadURL().has_value() &&
+           m_state.downloadStatus().value_or(QString()).startsWith(QStringLiteral("Downloaded"));
 }
 
 void BrowserStatusStrip::follow()
@@ -81,10 +83,9 @@ void BrowserStatusStrip::follow()
 void BrowserStatusStrip::showInFolder(const QString& fileURL)
 {
     const QUrl file(fileURL);
-    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.FileManager1"),
-                                                       QStringLiteral("/org/freedesktop/FileManager1"),
-                                                       QStringLiteral("org.freedesktop.FileManager1"),
-                                                       QStringLiteral("ShowItems"));
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
     call << QStringList{file.toString()} << QString();
     const QUrl folder = QUrl::fromLocalFile(QFileInfo(file.toLocalFile()).absolutePath());
     auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call));

@@ -3,12 +3,14 @@
 #include "browser/browser_tabs.h"
 #include "shell/ui/design.h"
 
+#include <QFrame>
 #include <QHBoxLayout>
 #include <QInputDialog>
 #include <QMenu>
 #include <QScrollArea>
 #include <QTimer>
 #include <QToolButton>
+#include <QVBoxLayout>
 
 namespace tavo {
 
@@ -50,8 +52,14 @@ BrowserTabStrip::BrowserTabStrip(TavoBrowserTabs& state, QWidget* parent)
                         &TavoBrowserTabs::collapsedTabGroupsChanged, &TavoBrowserTabs::selectedIDChanged}) {
         connect(&m_state, signal, this, &BrowserTabStrip::scheduleRebuild);
     }
+    // One row of tabs: as tall as a tab with its icon, and a scroll bar when they overflow.
+    QToolButton probe;
+    probe.setIcon(design::icon(QStringLiteral("go-home")));
+    probe.setText(QStringLiteral("Home"));
+    probe.setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    scroll->setFixedHeight(probe.sizeHint().height() + gap);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
     rebuild();
-    setFixedHeight(sizeHint().height());
 }
 
 QColor BrowserTabStrip::groupColor(const QString& group)
@@ -104,7 +112,7 @@ void BrowserTabStrip::rebuild()
             }
         }
         for (const TavoBrowserTab& tab : members) {
-            m_row->addWidget(makeTab(tab.id, tab.title, group));
+            m_row->addWidget(makeTab(tab.id, tab.title, tab.url, group));
         }
     }
     m_row->addStretch(1);
@@ -116,8 +124,10 @@ QWidget* BrowserTabStrip::makeGroupChip(const QString& group, int count)
     const bool collapsed = m_state.collapsedTabGroups().contains(group);
     chip->setText(collapsed ? QStringLiteral("%1 (%2)").arg(group).arg(count) : group);
     const QColor colour = groupColor(group);
-    chip->setStyleSheet(QStringLiteral("QToolButton { background: %1; color: white; border-radius: 6px; padding: 2px 8px; font-weight: bold; }")
-                            .arg(colour.name()));
+    chip->setStyleSheet(
+        QStringLiteral(
+            "QToolButton { background: %1; color: white; border-radius: 6px; padding: 2px 8px; font-weight: bold; }")
+            .arg(colour.name()));
     design::name(chip, (collapsed ? QStringLiteral("Expand group ") : QStringLiteral("Collapse group ")) + group);
     connect(chip, &QToolButton::clicked, this, [this, group] { m_state.toggleGroup(group); });
     chip->setContextMenuPolicy(Qt::CustomContextMenu);
@@ -130,31 +140,43 @@ QWidget* BrowserTabStrip::makeGroupChip(const QString& group, int count)
     return chip;
 }
 
-QWidget* BrowserTabStrip::makeTab(const QString& id, const QString& title, const QString& group)
+QWidget* BrowserTabStrip::makeTab(const QString& id, const QString& title, const QString& url, const QString& group)
 {
     auto* tab = new QWidget;
-    auto* layout = new QHBoxLayout(tab);
+    auto* column = new QVBoxLayout(tab);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(1);
+    auto* layout = new QHBoxLayout;
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
+    column->addLayout(layout);
+    // A tab of a group is underlined in the group's colour.
+    auto* mark = new QFrame(tab);
+    mark->setFixedHeight(3);
+    if (!group.isEmpty()) {
+        mark->setAutoFillBackground(true);
+        QPalette colour = mark->palette();
+        colour.setColor(QPalette::Window, groupColor(group));
+        mark->setPalette(colour);
+    }
+    column->addWidget(mark);
     auto* select = new QToolButton(tab);
     const QString shown = title.isEmpty() ? QStringLiteral("New tab") : title;
     select->setText(fontMetrics().elidedText(shown, Qt::ElideRight, tabTitleWidth));
-    select->setIcon(design::icon(id == homeTabID ? QStringLiteral("go-home") : QStringLiteral("text-html")));
+    select->setIcon(design::icon(url == homeURL ? QStringLiteral("go-home") : QStringLiteral("text-html")));
     select->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     select->setCheckable(true);
     select->setChecked(id == m_state.selectedID());
     select->setAutoRaise(id != m_state.selectedID());
     design::name(select, shown);
-    if (!group.isEmpty()) {
-        select->setStyleSheet(QStringLiteral("QToolButton { border-bottom: 3px solid %1; }").arg(groupColor(group).name()));
-    }
     connect(select, &QToolButton::clicked, this, [this, id] { m_state.select(id); });
     select->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(select, &QWidget::customContextMenuRequested, this, [this, select, id, group](const QPoint& at) {
         QMenu menu;
         menu.addAction(QStringLiteral("Add to group…"), this, [this, id] { askForGroup(id); });
         if (!group.isEmpty()) {
-            menu.addAction(QStringLiteral("Remove from group"), this, [this, id] { m_state.assignGroup(id, std::nullopt); });
+            menu.addAction(QStringLiteral("Remove from group"), this,
+                           [this, id] { m_state.assignGroup(id, std::nullopt); });
         }
         if (id != homeTabID) {
             menu.addAction(QStringLiteral("Close tab"), this, [this, id] { m_state.close(id); });

@@ -24,7 +24,7 @@ private:
     void rebuild();
     void scheduleRebuild();
     QWidget* makeGroupChip(const QString& group, int count);
-    QWidget* makeTab(const QString& id, const QString& title, const QString& group);
+    QWidget* makeTab(const QString& id, const QString& title, const QString& url, const QString& group);
     void askForGroup(const QString& tabID);
     void askToRename(const QString& group);
 

@@ -5,6 +5,7 @@
 #include "browser/web/browser_bookmark_editor.h"
 #include "browser/web/browser_downloads.h"
 #include "browser/web/browser_home_page.h"
+#include "browser/web/browser_magnifier_lens.h"
 #include "browser/web/browser_status_strip.h"
 #include "browser/web/browser_tab_strip.h"
 #include "browser/web/tavo_web_view.h"
@@ -26,14 +27,20 @@ BrowserWorkspace::BrowserWorkspace(TavoBrowserTabs& tabs, Defaults& defaults, QW
     , m_profiles(new WebProfiles(tabs, this))
     , m_downloads(new BrowserDownloads(tabs, this))
     , m_tabStrip(new BrowserTabStrip(tabs, this))
-    , m_addressBar(new BrowserAddressBar(tabs, [this] { return currentView(); }, this))
+    , m_addressBar(new BrowserAddressBar(
+          tabs, [this] { return currentView(); }, this))
     , m_status(new BrowserStatusStrip(tabs, this))
     , m_pages(new QStackedWidget(this))
     , m_home(new BrowserHomePage(tabs, m_pages))
     , m_noTab(new EmptyState(QStringLiteral("tab-new"), QStringLiteral("Open a tab to browse"), QString(),
                              QStringLiteral("New tab"), m_pages))
+    , m_lens(new BrowserMagnifierLens(
+          defaults, [this] { return static_cast<QWidget*>(currentView()); }, m_pages))
 {
     design::name(this, QStringLiteral("Browser"));
+    if (auto* zoom = qobject_cast<QVBoxLayout*>(m_addressBar->zoomPanel()->layout())) {
+        zoom->addWidget(makeMagnifierControls(m_lens));
+    }
     m_pages->addWidget(m_home);
     m_pages->addWidget(m_noTab);
     auto* rule = new QFrame(this);
@@ -110,6 +117,12 @@ void BrowserWorkspace::scheduleShow()
 void BrowserWorkspace::showCurrent()
 {
     m_showScheduled = false;
+    showPage();
+    m_lens->follow();
+}
+
+void BrowserWorkspace::showPage()
+{
     const std::optional<TavoBrowserTab> tab = m_state.current();
     if (!tab) {
         m_pages->setCurrentWidget(m_noTab);

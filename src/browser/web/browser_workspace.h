@@ -11,6 +11,7 @@ namespace tavo {
 class BrowserAddressBar;
 class BrowserDownloads;
 class BrowserHomePage;
+class BrowserMagnifierLens;
 class BrowserStatusStrip;
 class BrowserTabStrip;
 class Defaults;
@@ -43,6 +44,7 @@ public:
     BrowserAddressBar* addressBar() const { return m_addressBar; }
     BrowserStatusStrip* statusStrip() const { return m_status; }
     WebProfiles& profiles() const { return *m_profiles; }
+    BrowserMagnifierLens* lens() const { return m_lens; }
 
     // The "Save link" sheet for the current page.
     void editBookmark();
@@ -50,6 +52,7 @@ public:
 private:
     void scheduleShow();
     void showCurrent();
+    void showPage();
     void forgetReleasedViews();
 
     TavoBrowserTabs& m_state;
@@ -62,6 +65,7 @@ private:
     QStackedWidget* m_pages;
     BrowserHomePage* m_home;
     EmptyState* m_noTab;
+    BrowserMagnifierLens* m_lens;
     // By identity: a tab has one view per mode, never shared between modes.
     QHash<QString, QPointer<TavoWebView>> m_views;
     bool m_showScheduled = false;

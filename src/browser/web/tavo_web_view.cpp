@@ -14,6 +14,8 @@ namespace tavo {
 
 namespace {
 
+constexpr int loadTimeoutMs = 60 * 1000;
+
 bool isShownMedia(const QString& contentType)
 {
     const QString type = contentType.toLower();
@@ -64,13 +66,18 @@ TavoWebView::TavoWebView(TavoBrowserTabs& state, const QString& tabID, WebProfil
     setPage(m_page);
     setAccessibleName(QStringLiteral("Web page"));
     connect(m_page, &QWebEnginePage::newWindowRequested, this, &TavoWebView::openNewWindowHere);
-    connect(m_page, &QWebEnginePage::loadStarted, this, [this] { m_handedOff.clear(); });
     // A media document is caught as it commits, before it finishes loading or starts to play.
-    connect(m_page, &QWebEnginePage::urlChanged, this, [this] { inspectDocument(false); });
-    connect(m_page, &QWebEnginePage::titleChanged, this, [this] { inspectDocument(false); });
+    connect(m_page, &QWebEnginePage::urlChanged, this, [this] { inspectDocument(Moment::Committed); });
+    // A load that another one joined while it ran finishes once, maybe before the later page has
+    // its title; that title then reaches the tab when it comes.
+    connect(m_page, &QWebEnginePage::titleChanged, this, [this] { inspectDocument(Moment::TitleChanged); });
+    m_loadDeadline.setSingleShot(true);
+    m_loadDeadline.setInterval(loadTimeoutMs);
+    connect(&m_loadDeadline, &QTimer::timeout, m_page, [this] { m_page->triggerAction(QWebEnginePage::Stop); });
+    connect(m_page, &QWebEnginePage::loadFinished, &m_loadDeadline, &QTimer::stop);
     connect(m_page, &QWebEnginePage::loadFinished, this, [this](bool ok) {
         if (ok) {
-            inspectDocument(true);
+            inspectDocument(Moment::Finished);
         }
     });
     refresh();
@@ -87,8 +94,9 @@ TavoWebView::~TavoWebView()
 
 QString TavoWebView::identityFor(const QString& tabID, bool incognito, bool privateMode)
 {
-    return tabID + (incognito ? QStringLiteral("-incognito")
-                              : privateMode ? QStringLiteral("-private") : QStringLiteral("-normal"));
+    return tabID + (incognito     ? QStringLiteral("-incognito")
+                    : privateMode ? QStringLiteral("-private")
+                                  : QStringLiteral("-normal"));
 }
 
 void TavoWebView::refresh()
@@ -112,6 +120,7 @@ void TavoWebView::loadAddress(const QString& url)
     m_requested = url;
     if (TavoBrowserTabs::isLoadableAddress(url)) {
         m_page->load(QUrl(url));
+        m_loadDeadline.start();
     }
 }
 
@@ -124,20 +133,23 @@ void TavoWebView::openNewWindowHere(QWebEngineNewWindowRequest& request)
     }
 }
 
-void TavoWebView::inspectDocument(bool loadFinished)
+void TavoWebView::inspectDocument(Moment moment)
 {
-    const QString script = QStringLiteral("[document.contentType, location.href, document.title]");
+    const QString script = QStringLiteral("[document.contentType, location.href, document.title, document.readyState]");
     const QPointer<TavoWebView> self(this);
-    m_page->runJavaScript(script, QWebEngineScript::ApplicationWorld, [self, loadFinished](const QVariant& result) {
+    m_page->runJavaScript(script, QWebEngineScript::ApplicationWorld, [self, moment](const QVariant& result) {
         if (!self) {
             return;
         }
         const QVariantList facts = result.toList();
         const QString pageURL = self->m_page->url().toString(QUrl::FullyEncoded);
-        if (facts.size() == 3 && isShownMedia(facts.at(0).toString())) {
-            const QString href = facts.at(1).toString();
-            // Only the document of the address that committed, and only once.
-            if (QUrl(href) != self->m_page->url() || self->m_handedOff == href) {
+        const QString href = facts.value(1).toString();
+        // Only the document of the address that committed speaks for the tab.
+        if (facts.size() == 4 && QUrl(href) != self->m_page->url()) {
+            return;
+        }
+        if (facts.size() == 4 && isShownMedia(facts.at(0).toString())) {
+            if (self->m_handedOff == href) {
                 return;
             }
             self->m_handedOff = href;
@@ -149,10 +161,17 @@ void TavoWebView::inspectDocument(bool loadFinished)
             }
             return;
         }
-        if (!loadFinished) {
+        const QString title = facts.size() == 4 ? facts.at(2).toString() : self->m_page->title();
+        if (moment == Moment::Committed ||
+            (moment == Moment::TitleChanged && (title.isEmpty() || self->m_finishedEarly != href))) {
             return;
         }
-        const QString title = facts.size() == 3 ? facts.at(2).toString() : self->m_page->title();
+        if (moment == Moment::Finished) {
+            const bool complete = facts.size() != 4 || facts.at(3).toString() == QStringLiteral("complete");
+            self->m_finishedEarly = complete ? QString() : href;
+        }
+        // A page of its own came in: the same media address may be downloaded again from here.
+        self->m_handedOff.clear();
         const QString url = pageURL.isEmpty() ? self->m_state.address() : pageURL;
         self->m_requested = url;
         self->m_state.update(self->m_tabID, title, url);

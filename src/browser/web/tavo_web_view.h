@@ -2,6 +2,7 @@
 
 #include <QPointer>
 #include <QString>
+#include <QTimer>
 #include <QWebEnginePage>
 #include <QWebEngineView>
 
@@ -49,7 +50,14 @@ public:
 
 private:
     void loadAddress(const QString& url);
-    void inspectDocument(bool loadFinished);
+    // When a document is looked at: it committed, its title changed, or its load finished.
+    enum class Moment
+    {
+        Committed,
+        TitleChanged,
+        Finished
+    };
+    void inspectDocument(Moment moment);
     void openNewWindowHere(QWebEngineNewWindowRequest& request);
 
     TavoBrowserTabs& m_state;
@@ -62,6 +70,10 @@ private:
     QString m_requested;
     // The media address last handed to the downloads, so one document goes there once.
     QString m_handedOff;
+    // The address of a document whose load was reported finished before it was complete.
+    QString m_finishedEarly;
+    // A load the view asked for gives up after a minute without finishing.
+    QTimer m_loadDeadline;
 };
 
 } // namespace tavo

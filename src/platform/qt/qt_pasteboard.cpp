@@ -5,6 +5,9 @@
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QPointer>
+#include <QTimer>
+
+#include <functional>
 
 #include <xcb/xcb.h>
 
@@ -39,23 +42,41 @@ private:
 namespace {
 
 // Remembers the window behind the latest selection request; Qt answers the request, and reads
-// our data for it, right after the filter has seen it.
+// our data for it, right after the filter has seen it. Then follows that window's property the
+// answer is written to: the requestor deletes it once it has read it, which is when the paste
+// is in the target (GTK inserts the text asynchronously, after keys typed meanwhile).
 class SelectionRequests : public QAbstractNativeEventFilter
 {
 public:
     quint64 requestor = 0;
+    xcb_atom_t property = XCB_NONE;
+    quint64 awaiting = 0; // the requestor whose reading is awaited
+    xcb_atom_t awaitedProperty = XCB_NONE;
+    std::function<void(quint64)> read;
 
     bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr*) override
     {
         if (eventType == "xcb_generic_event_t") {
             const auto* event = static_cast<const xcb_generic_event_t*>(message);
-            if ((event->response_type & 0x7f) == XCB_SELECTION_REQUEST) {
-                requestor = reinterpret_cast<const xcb_selection_request_event_t*>(event)->requestor;
+            const int type = event->response_type & 0x7f;
+            if (type == XCB_SELECTION_REQUEST) {
+                const auto* request = reinterpret_cast<const xcb_selection_request_event_t*>(event);
+                requestor = request->requestor;
+                property = request->property != XCB_NONE ? request->property : request->target;
+            } else if (type == XCB_PROPERTY_NOTIFY && awaiting != 0) {
+                const auto* change = reinterpret_cast<const xcb_property_notify_event_t*>(event);
+                if (change->window == awaiting && change->atom == awaitedProperty &&
+                    change->state == XCB_PROPERTY_DELETE && read) {
+                    read(std::exchange(awaiting, 0));
+                }
             }
         }
         return false;
     }
 };
+
+// A requestor that never deletes the property still lets the hold go, a moment later.
+constexpr int ReadBoundMs = 100;
 
 } // namespace
 
@@ -115,9 +136,30 @@ void QtPasteboard::noteRequest()
     if (m_readingOwnContent) {
         return;
     }
-    const quint64 requestor = static_cast<SelectionRequests*>(m_requests.get())->requestor;
-    QMetaObject::invokeMethod(
-        this, [this, requestor] { emit dataRequested(requestor); }, Qt::QueuedConnection);
+    auto* requests = static_cast<SelectionRequests*>(m_requests.get());
+    const quint64 requestor = requests->requestor;
+    auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (!x11 || requestor == 0) {
+        QMetaObject::invokeMethod(
+            this, [this, requestor] { emit dataRequested(requestor); }, Qt::QueuedConnection);
+        return;
+    }
+    // Asked before Qt writes the answer, so the deletion cannot come first.
+    requests->awaiting = requestor;
+    requests->awaitedProperty = requests->property;
+    if (!requests->read) {
+        requests->read = [this](quint64 window) {
+            QMetaObject::invokeMethod(
+                this, [this, window] { emit dataRequested(window); }, Qt::QueuedConnection);
+        };
+    }
+    const uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    xcb_change_window_attributes(x11->connection(), xcb_window_t(requestor), XCB_CW_EVENT_MASK, &mask);
+    QTimer::singleShot(ReadBoundMs, this, [requests, requestor] {
+        if (requests->awaiting == requestor) {
+            requests->read(std::exchange(requests->awaiting, 0));
+        }
+    });
 }
 
 } // namespace tavo
