@@ -5,6 +5,7 @@
 #include "shell/ui/design.h"
 #include "store/profile_store.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QFile>
@@ -14,6 +15,7 @@
 #include <QListWidget>
 #include <QLocale>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -169,14 +171,20 @@ void BulkSheet::startImport()
     const QStringList known = m_db.collections();
     const QString attachments = m_db.attachmentsDir();
     std::shared_ptr<std::atomic_bool> canceled = m_canceled;
-    // The sheet stays open until the work returns (Cancel waits for it), so the progress calls
-    // queued to it always find it.
-    auto progress = [this, last = std::make_shared<int>(-1)](int done, int total) {
+    // The sheet waits for the work before it closes, but the window may still go at quit: the
+    // progress is posted to the application and finds the sheet only while it is there.
+    auto progress = [sheet = QPointer<BulkSheet>(this), last = std::make_shared<int>(-1)](int done, int total) {
         const int percent = total > 0 ? int(qint64(done) * 100 / total) : 0;
         if (percent != *last) {
             *last = percent;
             QMetaObject::invokeMethod(
-                this, [this, done, total] { showProgress(done, total); }, Qt::QueuedConnection);
+                qApp,
+                [sheet, done, total] {
+                    if (sheet) {
+                        sheet->showProgress(done, total);
+                    }
+                },
+                Qt::QueuedConnection);
         }
     };
     auto work = [text, file, download, defaults, known, attachments, canceled, progress]() -> PreparedCSVImport {
