@@ -2,6 +2,8 @@
 // at 100,000 shortcuts and 20,000 records: an event-loop watchdog records the longest gap between
 // two turns from the start of the work until the last write is on disk. Each benchmark runs with
 // the writes made in place (as tavoctl makes them) and in the background (as the application).
+#include "bench_profile.h"
+
 #include "store/defaults.h"
 #include "store/profile_store.h"
 #include "store/store_files.h"
@@ -19,65 +21,17 @@
 #include <functional>
 
 using namespace tavo;
+using namespace tavo::bench;
 
 namespace {
 
 constexpr int shortcutCount = 100'000;
 constexpr int recordCount = 20'000;
-const QString identity = QStringLiteral("bench");
-
-struct LargeProfile
-{
-    QString folder = QDir::tempPath() + QStringLiteral("/tavo-bench-stalls-v1");
-    QString root() const { return folder + QStringLiteral("/Quill"); }
-    QString config() const { return folder + QStringLiteral("/defaults.json"); }
-
-    LargeProfile()
-    {
-        const QString profile = root() + QStringLiteral("/Profiles/") + tavoProfileSlug(identity);
-        if (QFile::exists(profile + QStringLiteral("/collection-definitions.json"))) {
-            return;
-        }
-        QList<Clip> clips;
-        clips.reserve(shortcutCount);
-        for (int i = 0; i < shortcutCount; ++i) {
-            Clip clip;
-            clip.key = QStringLiteral("/key%1").arg(i);
-            clip.name = QStringLiteral("Shortcut number %1").arg(i);
-            clip.text = QStringLiteral("Thanks for your message about order %1. We will get back to you within two "
-                                       "working days with an update on delivery.")
-                            .arg(i);
-            clip.group = QStringLiteral("Collection %1").arg(i % 30);
-            if (i % 10 == 0) {
-                clip.files = {QStringLiteral("/home/user/.local/share/Quill/Attachments/file%1.png").arg(i)};
-            }
-            clips.append(clip);
-        }
-        QList<CollectionRecord> records;
-        records.reserve(recordCount);
-        for (int i = 0; i < recordCount; ++i) {
-            CollectionRecord record;
-            record.id = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
-            record.collection = QStringLiteral("Customers");
-            record.name = QStringLiteral("Customer %1").arg(i);
-            record.alias = QStringLiteral("cust%1").arg(i);
-            record.values = {{QStringLiteral("Name"), record.name},
-                             {QStringLiteral("Email"), QStringLiteral("c%1@example.com").arg(i)}};
-            record.updatedAt = QDateTime::currentDateTimeUtc();
-            records.append(record);
-        }
-        writeJsonAtomically(profile + QStringLiteral("/clips.json"), QJsonDocument(clipsToJson(clips)));
-        writeJsonAtomically(profile + QStringLiteral("/collection-records.json"),
-                            QJsonDocument(recordsToJson(records)));
-        Defaults defaults(config());
-        DB db(defaults, root());
-        db.activateProfile(identity); // writes the definitions once
-    }
-};
+const QString identity = LargeProfile::identity();
 
 LargeProfile& profile()
 {
-    static LargeProfile large;
+    static LargeProfile large(QStringLiteral("tavo-bench-stalls-v2"), shortcutCount, recordCount);
     return large;
 }
 

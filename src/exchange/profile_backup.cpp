@@ -8,6 +8,7 @@
 #include "platform/zip/zip_writer.h"
 #include "store/attachments.h"
 #include "store/profile_store.h"
+#include "store/store_files.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -27,12 +28,12 @@ namespace {
 
 Q_LOGGING_CATEGORY(lcBackup, "tavo.exchange.backup", QtWarningMsg)
 
-const QString clipsFile = QStringLiteral("clips.json");
-const QString collectionsFile = QStringLiteral("collections.json");
-const QString definitionsFile = QStringLiteral("collection-definitions.json");
-const QString recordsFile = QStringLiteral("collection-records.json");
+const QString& clipsFile = ProfileFiles::clips;
+const QString& collectionsFile = ProfileFiles::collections;
+const QString& definitionsFile = ProfileFiles::definitions;
+const QString& recordsFile = ProfileFiles::records;
 const QString hiddenFile = QStringLiteral("hidden-collections.json");
-const QString attachmentsFolder = QStringLiteral("Attachments");
+const QString& attachmentsFolder = ProfileFiles::attachments;
 const QString beforeRestoreMark = QStringLiteral(".before-restore-");
 constexpr int keptBeforeRestore = 3;
 

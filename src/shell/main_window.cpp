@@ -295,8 +295,8 @@ void MainWindow::buildFileMenu()
     add(QStringLiteral("text-csv"), QStringLiteral("Import CSV…"), [this] { openBulkSheet(); });
     add(QStringLiteral("document-export"), QStringLiteral("Export CSV…"), &ExchangeActions::exportCSV);
     file->addSeparator();
-    file->addAction(design::icon(QStringLiteral("window-close")), QStringLiteral("Close window"), this, &QWidget::close,
-                    QKeySequence::Close);
+    file->addAction(design::icon(QStringLiteral("window-close")), QStringLiteral("Close window"), this, &QWidget::close)
+        ->setShortcut(QKeySequence::Close);
     m_settings->setDataActions(m_fileActions);
     // One archive at a time: the actions wait while one is being made or read.
     connect(m_exchange, &ExchangeActions::busyChanged, this, [this](bool busy) {

@@ -28,12 +28,12 @@ namespace {
 
 Q_LOGGING_CATEGORY(lcStore, "tavo.store", QtWarningMsg)
 
-const QString clipsFile = QStringLiteral("clips.json");
-const QString collectionsFile = QStringLiteral("collections.json");
-const QString definitionsFile = QStringLiteral("collection-definitions.json");
-const QString recordsFile = QStringLiteral("collection-records.json");
+const QString& clipsFile = ProfileFiles::clips;
+const QString& collectionsFile = ProfileFiles::collections;
+const QString& definitionsFile = ProfileFiles::definitions;
+const QString& recordsFile = ProfileFiles::records;
 const QString profilesFolder = QStringLiteral("Profiles");
-const QString attachmentsFolder = QStringLiteral("Attachments");
+const QString& attachmentsFolder = ProfileFiles::attachments;
 
 const QString rootCollectionsKey = QStringLiteral("tavoShortcutCollections");
 const QString rootHiddenKey = QStringLiteral("tavoHiddenCollections");

@@ -13,6 +13,15 @@
 
 namespace tavo {
 
+// The names in a profile folder, which backups carry as they are.
+namespace ProfileFiles {
+inline const QString clips = QStringLiteral("clips.json");
+inline const QString collections = QStringLiteral("collections.json");
+inline const QString definitions = QStringLiteral("collection-definitions.json");
+inline const QString records = QStringLiteral("collection-records.json");
+inline const QString attachments = QStringLiteral("Attachments");
+} // namespace ProfileFiles
+
 // The outcome of reading one of the store's JSON files.
 enum class ReadStatus
 {
