@@ -45,8 +45,10 @@ void BM_Backup(benchmark::State& state)
     state.counters["peak_MiB"] = peakMemoryMiB();
 }
 
-// Into another account's empty profile each time, so every file is copied; the commit is what
-// the store's thread does, the rest runs on a worker.
+// Into another account's empty profile each time, so every file is copied; the rest runs on a
+// worker, and the commit as in the application: its file work on the store's writer thread, then
+// taken in on this one. `commit_ms` is the whole commit, `commit_call_ms` what this thread waits
+// for the call to return (the new library is taken in later in one step).
 void BM_Restore(benchmark::State& state)
 {
     Store& store = Store::instance();
@@ -56,11 +58,13 @@ void BM_Restore(benchmark::State& state)
         makeProfileBackup({ana.dir(), {}, store.backup()});
     }
     double worstCommitMs = 0;
+    double worstCallMs = 0;
     for (auto _ : state) {
         state.PauseTiming();
         QDir(store.root() + QStringLiteral("/Profiles/") + tavoProfileSlug(QStringLiteral("sam"))).removeRecursively();
         DB db(store.defaults, store.root());
         db.activateProfile(QStringLiteral("sam"));
+        db.writeInBackground();
         state.ResumeTiming();
 
         Result<PreparedRestore> prepared = prepareRestore(store.backup(), db.attachmentsDir());
@@ -70,14 +74,21 @@ void BM_Restore(benchmark::State& state)
         }
         QElapsedTimer commit;
         commit.start();
-        const Result<QString> restored = commitRestore(db, std::move(prepared).value());
+        std::optional<Result<QString>> outcome;
+        commitRestore(db, std::move(prepared).value(), nullptr,
+                      [&](const Result<QString>& status) { outcome = status; });
+        worstCallMs = qMax(worstCallMs, double(commit.nsecsElapsed()) / 1e6);
+        db.waitForSaves();
         worstCommitMs = qMax(worstCommitMs, double(commit.nsecsElapsed()) / 1e6);
+        const Result<QString> restored =
+            outcome.value_or(Result<QString>(TavoError{{}, 0, QStringLiteral("no outcome")}));
         if (!restored.ok()) {
             state.SkipWithError(restored.error().description.toStdString().c_str());
             return;
         }
     }
     state.counters["commit_ms"] = worstCommitMs;
+    state.counters["commit_call_ms"] = worstCallMs;
     state.counters["peak_MiB"] = peakMemoryMiB();
 }
 

@@ -119,18 +119,48 @@ void editStall(benchmark::State& state)
 }
 
 // A change through updateClips, as an import or the bulk media sheet makes it: the file read,
-// changed and written under its lock.
+// changed and written under its lock, then the new list taken in (in the background, as the
+// application asks for it, with a completion).
 void updateStall(benchmark::State& state)
 {
     Defaults defaults(profile().config());
     const std::unique_ptr<DB> db = openStore(defaults, state.range(0) != 0);
     std::vector<double> stalls;
     for (auto _ : state) {
-        stalls.push_back(longestStallDuring(*db, [&] {
-            db->updateClips([&](QList<Clip>& clips) {
-                clips[clips.size() / 3].text = QStringLiteral("Updated %1").arg(stalls.size());
-            });
-        }));
+        const QString text = QStringLiteral("Updated %1").arg(stalls.size());
+        bool finished = false;
+        stalls.push_back(longestStallDuring(
+            *db,
+            [&] {
+                db->updateClips([text](QList<Clip>& clips) { clips[clips.size() / 3].text = text; }, nullptr,
+                                [&](bool) { finished = true; });
+            },
+            [&] { return finished; }));
+        if (db->clips().at(shortcutCount / 3).text != text) {
+            state.SkipWithError("the update was not taken in");
+        }
+    }
+    reportStalls(state, stalls);
+}
+
+// A restore's commit: the whole library, its collections and record library replaced through
+// the store's journal.
+void restoreStall(benchmark::State& state)
+{
+    Defaults defaults(profile().config());
+    const std::unique_ptr<DB> db = openStore(defaults, state.range(0) != 0);
+    std::vector<double> stalls;
+    for (auto _ : state) {
+        DB::Replacement replacement;
+        replacement.clips = db->clips();
+        replacement.clips.first().text = QStringLiteral("Restored %1").arg(stalls.size());
+        replacement.collections = db->collections();
+        replacement.definitions = db->collectionDefinitions();
+        replacement.records = db->collectionRecords();
+        bool finished = false;
+        stalls.push_back(longestStallDuring(
+            *db, [&] { db->replaceProfile(std::move(replacement), nullptr, [&](bool) { finished = true; }); },
+            [&] { return finished; }));
     }
     reportStalls(state, stalls);
 }
@@ -210,6 +240,7 @@ void expansionDuringSave(benchmark::State& state)
 BENCHMARK(saveStall)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(editStall)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(updateStall)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(restoreStall)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(reloadStall)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(signInStall)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(expansionDuringSave)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(5);

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <thread>
 
 using tavo::KeyEvent;
 using tavo::KeyVerdict;
@@ -20,7 +21,9 @@ namespace {
 
 // The latency a key gets from the tap: from the XTest press to the KeyPress in a focused window.
 // A backslash is grabbed while idle and answered by the tap (a pass, replayed); a letter is not
-// grabbed and is the floor. Needs an X server: run under tests/with-xvfb.
+// grabbed and is the floor. While a trigger that would paste is typed (armed), letters are
+// grabbed in the focused window too: what typing on after a complete trigger costs.
+// Needs an X server: run under tests/with-xvfb.
 class FocusedWindow
 {
 public:
@@ -74,23 +77,26 @@ private:
     Window m_window = 0;
 };
 
-void measure(benchmark::State& state, KeySym keysym)
+void measure(benchmark::State& state, KeySym keysym, TapMode mode = TapMode::Idle)
 {
     if (!getenv("DISPLAY")) {
         state.SkipWithError("no DISPLAY: run under tests/with-xvfb");
         return;
     }
-    X11KeyboardTap tap;
-    // Every key passes and the tap stays idle: only the answer of the grab is measured.
-    if (tap.start([](const KeyEvent&) { return TapDecision{KeyVerdict::Pass, TapMode::Idle}; })) {
-        state.SkipWithError("the keyboard tap cannot run here");
-        return;
-    }
+    // First: an armed tap grabs in the window that has the focus.
     FocusedWindow window;
     if (!window.isOpen()) {
         state.SkipWithError("cannot open the display");
         return;
     }
+    X11KeyboardTap tap;
+    // Every key passes and the tap stays in its mode: only the answer of the grab is measured.
+    if (tap.start([mode](const KeyEvent&) { return TapDecision{KeyVerdict::Pass, mode}; })) {
+        state.SkipWithError("the keyboard tap cannot run here");
+        return;
+    }
+    tap.setMode(mode, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200)); // the grabs of the mode are in place
     for (auto _ : state) {
         state.SetIterationTime(window.pressAndWait(keysym));
     }
@@ -107,7 +113,13 @@ void ungrabbedLetter(benchmark::State& state)
     measure(state, XK_a);
 }
 
+void letterWhileArmed(benchmark::State& state)
+{
+    measure(state, XK_a, TapMode::Armed);
+}
+
 } // namespace
 
 BENCHMARK(grabbedKeyPasses)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(500);
 BENCHMARK(ungrabbedLetter)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(500);
+BENCHMARK(letterWhileArmed)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(500);

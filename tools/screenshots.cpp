@@ -3,8 +3,14 @@
 // Run it through scripts/screenshots, which gives it a private home and keyring and renders the
 // light, dark and 2× sets (QT_SCALE_FACTOR=2 for the last).
 
+#include "browser/browser_tabs.h"
+#include "browser/web/browser_address_bar.h"
+#include "browser/web/browser_magnifier_lens.h"
+#include "browser/web/browser_private_gate.h"
+#include "browser/web/browser_workspace.h"
 #include "picker/picker_panel.h"
 #include "platform/secret/libsecret_store.h"
+#include "shell/app_builder_page.h"
 #include "shell/bulk_media_sheet.h"
 #include "shell/bulk_sheet.h"
 #include "shell/collection_library_page.h"
@@ -25,10 +31,14 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPixmap>
 #include <QRegularExpression>
 #include <QStyleFactory>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTimer>
+#include <QToolButton>
 #include <functional>
 
 #include <cstdio>
@@ -68,10 +78,87 @@ Clip shortcut(const QString& key, const QString& name, const QString& text, cons
     return clip;
 }
 
+// The browser's screens, on a page served from loopback so that nothing leaves the machine.
+bool saveBrowserScreens(Defaults& defaults, const QString& folder)
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost, 0);
+    QObject::connect(&server, &QTcpServer::newConnection, &server, [&server] {
+        while (QTcpSocket* socket = server.nextPendingConnection()) {
+            QObject::connect(socket, &QTcpSocket::readyRead, socket, [socket] {
+                const QByteArray body =
+                    "<!doctype html><html><head><title>Field notes</title></head>"
+                    "<body style='font-family:sans-serif;margin:40px;color:#223'>"
+                    "<h1 style='color:#2a5db0'>Field notes</h1><p>Meet the team at the studio on Thursday at "
+                    "10:30. Bring the printed proofs and the colour swatches.</p><ul><li>Proofs, 3 copies</li>"
+                    "<li>Swatches: teal, amber, slate</li><li>Invoice #2048</li></ul>"
+                    "<h2>Agenda</h2><p>Review the spring catalogue layout, agree on the cover photograph, "
+                    "and confirm the print run with the shop. Samples of the paper stock arrive on Monday; "
+                    "the binding quote follows by the end of the week.</p><p>Open questions: the font licence "
+                    "for the web edition, the delivery address for the launch boxes, and who proofreads the "
+                    "price list.</p></body></html>";
+                socket->write("HTTP/1.1 200 OK\r\nContent-Type: text/html; charset=utf-8\r\nContent-Length: " +
+                              QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
+                socket->disconnectFromHost();
+            });
+            QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        }
+    });
+    const QString page = QStringLiteral("http://127.0.0.1:%1/notes").arg(server.serverPort());
+
+    TavoBrowserTabs tabs(defaults);
+    for (const auto& [title, url] : std::initializer_list<std::pair<QString, QString>>{
+             {QStringLiteral("Studio calendar"), QStringLiteral("https://calendar.example.com")},
+             {QStringLiteral("Client portal"), QStringLiteral("https://portal.example.com/acme")},
+             {QStringLiteral("Design system"), QStringLiteral("https://design.example.com/tokens")}}) {
+        tabs.saveCurrent(title, url, {QStringLiteral("work")}, QString(), favoritesCollection);
+    }
+    BrowserWorkspace workspace(tabs, defaults);
+    workspace.resize(1100, 700);
+    workspace.show();
+    bool ok = save(&workspace, folder, QStringLiteral("browser-home"));
+
+    // The menu runs its own loop while it is open.
+    QToolButton* links = workspace.addressBar()->savedLinksTool();
+    QTimer::singleShot(200, links, [&] {
+        ok = save(links->menu(), folder, QStringLiteral("browser-saved-links")) && ok;
+        links->menu()->close();
+    });
+    links->showMenu();
+
+    workspace.openPrivateGate();
+    if (BrowserPrivateGateSheet* gate = workspace.privateGate()) {
+        ok = save(gate, folder, QStringLiteral("browser-private-gate")) && ok;
+        gate->close();
+    }
+
+    tabs.newTab(page);
+    QElapsedTimer waited;
+    waited.start();
+    while (tabs.current()->title != QStringLiteral("Field notes") && waited.elapsed() < 20000) {
+        settle(100);
+    }
+    workspace.lens()->setWanted(true);
+    settle(1500); // a snapshot of the painted page
+    ok = save(&workspace, folder, QStringLiteral("browser-lens")) && ok;
+    workspace.lens()->setWanted(false);
+    tabs.toggleSplit();
+    settle(1000);
+    ok = save(&workspace, folder, QStringLiteral("browser-split")) && ok;
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
+    // The browser's web pages draw through contexts shared with the application's own; Chromium's
+    // sandbox cannot run in the private home, and there is no GPU offscreen.
+    QApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    if (!qEnvironmentVariableIsSet("QTWEBENGINE_CHROMIUM_FLAGS")) {
+        qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--disable-gpu");
+    }
+    qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
     QApplication app(argc, argv);
     if (argc < 3) {
         std::fputs("usage: screenshots OUT_DIR light|dark\n", stderr);
@@ -185,6 +272,15 @@ int main(int argc, char* argv[])
     window.setSidebarCollapsed(false);
     window.setNotice(QString());
 
+    window.setSection(QStringLiteral("AppBuilder"));
+    window.appBuilder()->openApp(QStringLiteral("Bill"));
+    ok = save(&window, folder, QStringLiteral("appbuilder-editor")) && ok;
+    // The whole editor, past the scrolled part: its lists of check boxes are further down.
+    if (auto* content = window.findChild<QWidget*>(QStringLiteral("builderEditorContent"))) {
+        ok = save(content, folder, QStringLiteral("appbuilder-editor-full")) && ok;
+    }
+    window.appBuilder()->showGallery();
+
     BulkSheet bulk(db, &window);
     bulk.show();
     ok = save(&bulk, folder, QStringLiteral("paste-many-sheet")) && ok;
@@ -204,5 +300,7 @@ int main(int argc, char* argv[])
     picker.setQuery(QStringLiteral("t"));
     ok = save(&picker, folder, QStringLiteral("picker")) && ok;
     picker.hidePanel();
+
+    ok = saveBrowserScreens(defaults, folder) && ok;
     return ok ? 0 : 1;
 }

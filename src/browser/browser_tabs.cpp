@@ -766,38 +766,50 @@ QString TavoBrowserTabs::privateWebsiteDataStoreID()
 
 qsizetype TavoBrowserTabs::importChromeFile(const QString& path)
 {
-    const QString couldNot = QStringLiteral("Could not import bookmarks: ");
+    return importChromeLinks(readChromeFile(path));
+}
+
+Result<QList<TavoSavedSite>> TavoBrowserTabs::readChromeFile(const QString& path)
+{
+    const auto couldNot = [](const QString& why) {
+        return TavoError{QStringLiteral("TavoBrowser"), 0, QStringLiteral("Could not import bookmarks: ") + why};
+    };
     QFile file(path);
     if (QFileInfo(path).isDir()) {
-        setBrowserMessage(couldNot + QStringLiteral("It is a folder, not a file."));
-        return 0;
+        return couldNot(QStringLiteral("It is a folder, not a file."));
     }
     if (file.size() > maximumBookmarkFileSize) {
-        setBrowserMessage(couldNot + QStringLiteral("The file is larger than 64 MiB."));
-        return 0;
+        return couldNot(QStringLiteral("The file is larger than 64 MiB."));
     }
     if (!file.open(QIODevice::ReadOnly)) {
-        setBrowserMessage(couldNot + file.errorString());
-        return 0;
+        return couldNot(file.errorString());
     }
     // Read one byte past the limit: a device or a growing file may be longer than its size said.
     const QByteArray data = file.read(maximumBookmarkFileSize + 1);
     if (data.size() > maximumBookmarkFileSize) {
-        setBrowserMessage(couldNot + QStringLiteral("The file is larger than 64 MiB."));
-        return 0;
+        return couldNot(QStringLiteral("The file is larger than 64 MiB."));
     }
     if (file.error() != QFileDevice::NoError) {
-        setBrowserMessage(couldNot + file.errorString());
-        return 0;
+        return couldNot(file.errorString());
     }
 
-    const QList<TavoSavedSite> links =
+    QList<TavoSavedSite> links =
         looksLikeChromeJSON(path, data) ? parseChromeJSON(data) : parseChromeHTML(QString::fromUtf8(data));
     if (links.isEmpty()) {
-        setBrowserMessage(QStringLiteral("No bookmarks found. Export Chrome bookmarks as HTML or choose a Chrome "
-                                         "profile\u2019s Bookmarks file."));
+        return TavoError{QStringLiteral("TavoBrowser"), 0,
+                         QStringLiteral("No bookmarks found. Export Chrome bookmarks as HTML or choose a Chrome "
+                                        "profile\u2019s Bookmarks file.")};
+    }
+    return links;
+}
+
+qsizetype TavoBrowserTabs::importChromeLinks(const Result<QList<TavoSavedSite>>& read)
+{
+    if (!read) {
+        setBrowserMessage(read.error().description);
         return 0;
     }
+    const QList<TavoSavedSite>& links = read.value();
     mergeImported(links);
     setBrowserMessage(
         QStringLiteral("Imported %1 Chrome bookmark(s), with folders saved as Tavo collections.").arg(links.size()));

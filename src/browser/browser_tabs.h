@@ -1,6 +1,7 @@
 #pragma once
 
 #include "browser/browser_records.h"
+#include "language/tavo_error.h"
 
 #include <QHash>
 #include <QJsonValue>
@@ -143,6 +144,10 @@ public:
     // Reads a Chrome bookmark file, merges its links and says how it went in `browserMessage`.
     // Returns how many links it imported.
     qsizetype importChromeFile(const QString& path);
+    // The two halves of `importChromeFile`. Reading touches no model, so a large file can be read
+    // and parsed on another thread; its error is the message to show.
+    static Result<QList<TavoSavedSite>> readChromeFile(const QString& path);
+    qsizetype importChromeLinks(const Result<QList<TavoSavedSite>>& read);
 
     // The live web views by tab id. The model takes the view and deletes it when its tab closes
     // or the mode changes.

@@ -56,6 +56,29 @@ std::shared_ptr<const BuilderCommandSnapshot> builderSnapshotFor(const Defaults&
     return BuilderCommandSnapshot::read(defaults, clips, records);
 }
 
+std::shared_ptr<const ExpansionIndex> ExpansionIndex::build(const QList<Clip>& clips,
+                                                            const QList<CollectionRecord>& records)
+{
+    auto index = std::make_shared<ExpansionIndex>();
+    index->clips = clips;
+    index->records = records;
+    index->clipsByKey.reserve(clips.size());
+    for (qsizetype at = 0; at < clips.size(); ++at) {
+        index->clipsByKey[clips.at(at).key.toCaseFolded()].append(at);
+    }
+    for (qsizetype at = 0; at < records.size(); ++at) {
+        index->recordsByAlias[records.at(at).alias.toCaseFolded()].append(at);
+    }
+    return index;
+}
+
+bool ExpansionIndex::indexes(const QList<Clip>& otherClips, const QList<CollectionRecord>& otherRecords) const
+{
+    // The lists kept here are shared with the store's: a change there detaches it from them.
+    return clips.constData() == otherClips.constData() && clips.size() == otherClips.size() &&
+           records.constData() == otherRecords.constData() && records.size() == otherRecords.size();
+}
+
 bool isEndingSuffix(const QString& suffix)
 {
     return suffix == QLatin1String(" ") || suffix == QLatin1String("\n") || suffix == QLatin1String("\r");
@@ -169,17 +192,25 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
     const QString key = normalizedTrigger(styled.base);
     const QString bare = trimmedOf(styled.base, u"/\\ ");
 
+    const ExpansionIndex* index = library.index.get();
     const CollectionRecord* onlyRecord = nullptr;
     int recordCount = 0;
-    for (const CollectionRecord& record : library.records) {
+    const auto countRecord = [&](const CollectionRecord& record) {
         if (record.alias.compare(bare, Qt::CaseInsensitive) != 0 || bare.isEmpty()) {
-            continue;
+            return;
         }
         if (!library.showHidden && library.hiddenCollections.contains(record.collection, Qt::CaseInsensitive)) {
-            continue;
+            return;
         }
         onlyRecord = &record;
         ++recordCount;
+    };
+    if (index) {
+        for (const qsizetype at : index->recordsByAlias.value(bare.toCaseFolded())) {
+            countRecord(library.records.at(at));
+        }
+    } else {
+        std::for_each(library.records.cbegin(), library.records.cend(), countRecord);
     }
     if (recordCount == 1) {
         ExpansionPlan recordPlan = planForClip(clipForRecord(*onlyRecord), suffix, styled.style);
@@ -187,10 +218,17 @@ ExpansionPlan planExpansion(const QString& trigger, const QString& suffix, const
         return recordPlan;
     }
 
-    const auto found = std::find_if(library.clips.cbegin(), library.clips.cend(), [&](const Clip& clip) {
+    const auto matches = [&](const Clip& clip) {
         return clip.key.compare(key, Qt::CaseInsensitive) == 0 && visible(clip);
-    });
-    if (found != library.clips.cend()) {
+    };
+    if (index) {
+        for (const qsizetype at : index->clipsByKey.value(key.toCaseFolded())) {
+            if (matches(library.clips.at(at))) {
+                return planForClip(library.clips.at(at), suffix, styled.style);
+            }
+        }
+    } else if (const auto found = std::find_if(library.clips.cbegin(), library.clips.cend(), matches);
+               found != library.clips.cend()) {
         return planForClip(*found, suffix, styled.style);
     }
     // Ended by a tab or punctuation: the card shows, but nothing is made without a look at it.

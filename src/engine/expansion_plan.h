@@ -5,6 +5,7 @@
 #include "language/shortcut_record.h"
 #include "store/collections.h"
 
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -12,6 +13,21 @@
 #include <memory>
 
 namespace tavo {
+
+// The shortcuts by key and the records by alias, case-folded, each list in library order: a
+// decision over a large library is then a lookup, not a scan. Valid only for the very lists it
+// was built from, which it keeps (shared, not copied) so that can be checked.
+struct ExpansionIndex
+{
+    QList<Clip> clips;
+    QList<CollectionRecord> records;
+    QHash<QString, QList<qsizetype>> clipsByKey;
+    QHash<QString, QList<qsizetype>> recordsByAlias;
+
+    static std::shared_ptr<const ExpansionIndex> build(const QList<Clip>& clips,
+                                                       const QList<CollectionRecord>& records);
+    bool indexes(const QList<Clip>& clips, const QList<CollectionRecord>& records) const;
+};
 
 // What the library holds for one decision: the shortcuts, the records and the hidden collections.
 struct ExpansionLibrary
@@ -23,6 +39,8 @@ struct ExpansionLibrary
     // The builder apps and the aliases their slots take, over the shortcuts and records above
     // that count; absent: no builder command is recognised.
     std::shared_ptr<const BuilderCommandSnapshot> builder;
+    // Absent until built for these lists: the decision scans instead.
+    std::shared_ptr<const ExpansionIndex> index;
 };
 
 // What a finished trigger means. Decided without touching the clipboard or any window, so the

@@ -16,6 +16,7 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QUrl>
+#include <QtConcurrent/QtConcurrentRun>
 
 namespace tavo {
 
@@ -149,7 +150,33 @@ void ExpansionRunner::publishLibrary()
     ExpansionLibrary current = library();
     refreshBuilderCommands(current);
     current.builder = m_builder;
+    current.index = indexFor(current);
     m_delegate.setLibrary(std::make_shared<const ExpansionLibrary>(std::move(current)));
+}
+
+std::shared_ptr<const ExpansionIndex> ExpansionRunner::indexFor(const ExpansionLibrary& library)
+{
+    if (m_index && m_index->indexes(library.clips, library.records)) {
+        return m_index;
+    }
+    // A small library is indexed at once; a large one on the pool, and decided by a scan until
+    // then, so the main thread never stalls for it.
+    constexpr qsizetype indexAtOnce = 5'000;
+    if (library.clips.size() + library.records.size() <= indexAtOnce) {
+        m_index = ExpansionIndex::build(library.clips, library.records);
+        return m_index;
+    }
+    if (!m_indexing) {
+        m_indexing = new QFutureWatcher<std::shared_ptr<const ExpansionIndex>>(this);
+        connect(m_indexing, &QFutureWatcherBase::finished, this, [this] {
+            m_index = m_indexing->result();
+            publishLibrary(); // indexes anew if the lists changed meanwhile
+        });
+    }
+    if (!m_indexing->isRunning()) {
+        m_indexing->setFuture(QtConcurrent::run(&ExpansionIndex::build, library.clips, library.records));
+    }
+    return nullptr;
 }
 
 void ExpansionRunner::notice(const QString& text)
@@ -173,8 +200,26 @@ void ExpansionRunner::openPicker(bool slashTriggered)
     }
 }
 
+void ExpansionRunner::traceStage(const char* stage, bool last)
+{
+    if (!m_traceClock.isValid()) {
+        return;
+    }
+    m_trace += QStringLiteral(", %1 +%2").arg(QLatin1String(stage)).arg(m_traceClock.nsecsElapsed() / 1e6, 0, 'f', 2);
+    if (last) {
+        qCDebug(lcExpansionTiming).noquote() << m_trace;
+        m_traceClock.invalidate();
+    }
+}
+
 void ExpansionRunner::carryOutPlanned(const ExpansionPlan& plan, int length, quint64 endingKey)
 {
+    m_traceClock = m_delegate.planClock();
+    if (m_traceClock.isValid()) {
+        m_trace =
+            QStringLiteral("key %1 decision began at %2 ms").arg(endingKey).arg(m_traceClock.msecsSinceReference());
+        traceStage("handed");
+    }
     if (!m_delegate.claimHold(endingKey)) {
         // The ending key went on to the application after all, and maybe more keys behind it:
         // removing the trigger now would remove them. Nothing is held, so nothing is released.
@@ -276,12 +321,13 @@ void ExpansionRunner::chooseClip(const Clip& clip, bool mustRemove)
 
 bool ExpansionRunner::isSpreadsheet(const DesktopWindow& window)
 {
-    const QString title = m_desktop.title(window);
+    // The title costs round trips to the X server on the way to the paste: only asked of the
+    // classes that can show a sheet.
     if (window.windowClass == QLatin1String("libreoffice-calc") || window.windowClass == QLatin1String("soffice")) {
-        return title.contains(QLatin1String("LibreOffice Calc"));
+        return m_desktop.title(window).contains(QLatin1String("LibreOffice Calc"));
     }
     if (browserClasses.contains(window.windowClass)) {
-        const QString lowered = title.toLower();
+        const QString lowered = m_desktop.title(window).toLower();
         return lowered.contains(QLatin1String("google sheets")) || lowered.contains(QLatin1String("spreadsheet")) ||
                lowered.contains(QLatin1String("microsoft excel"));
     }
@@ -306,9 +352,12 @@ void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QS
     // The hold this paste lets go once it has landed: none for a paste that comes late (a
     // portrait after its download), when the hold in place is another expansion's.
     const quint64 holdKey = ownsHold ? std::exchange(m_heldKey, 0) : 0;
+    traceStage("planned");
     const bool spreadsheet = removeCount >= 1 && isSpreadsheet(target);
-    m_desktop.activate(target, activationBoundMs > 0 ? activationBoundMs : activationTimeoutMs);
-    m_desktop.waitForModifiersReleased(modifierReleaseTimeoutMs);
+    traceStage("spreadsheet checked");
+    m_desktop.prepareToType(target, activationBoundMs > 0 ? activationBoundMs : activationTimeoutMs,
+                            modifierReleaseTimeoutMs);
+    traceStage("focus and modifiers checked");
     // The target deletes the trigger while the clipboard is being taken; the chord follows both.
     if (spreadsheet) {
         // Leaving the cell editor drops the typed trigger with it.
@@ -316,13 +365,19 @@ void ExpansionRunner::pasteIntoReturnApp(int removeCount, const std::function<QS
     } else {
         m_desktop.sendBackspaces(removeCount);
     }
+    traceStage("removal sent");
     writeClipboard(); // its notice gives way to the paste's own
     if (m_desktop.pastesFromSelection(target)) {
         m_pasteboard.copyToSelection();
     }
+    traceStage("clipboard taken");
     const QString name = target.applicationName.isEmpty() ? QStringLiteral("your app") : target.applicationName;
     auto paste = [this, target, name, holdKey] {
         m_desktop.sendPaste(target); // not waited for: the target's request is what tells
+        traceStage("chord sent");
+        if (m_traceClock.isValid()) {
+            QTimer::singleShot(0, this, [this] { traceStage("main thread free"); });
+        }
         if (holdKey == 0 && m_holdTimer.isActive()) {
             notice(QStringLiteral("Pasted into ") + name); // another paste's landing is awaited
             return;
@@ -348,6 +403,7 @@ void ExpansionRunner::pasteTaken(quint64 requestor)
         return;
     }
     if (m_holdTimer.isActive()) {
+        traceStage("target read");
         m_holdTimer.stop();
         pasteLanded();
     }
@@ -357,6 +413,7 @@ void ExpansionRunner::pasteLanded()
 {
     if (const quint64 key = std::exchange(m_landingKey, 0)) {
         m_delegate.releaseHeldKeys(key, false);
+        traceStage("release asked", true);
     }
     if (!m_pendingNotice.isEmpty()) {
         notice(std::exchange(m_pendingNotice, QString()));
@@ -399,9 +456,13 @@ void ExpansionRunner::openWebsiteShortcut(const Clip& clip, int removeCount)
     }
     removeTrigger(removeCount, 0); // a website's trigger is removed whole, however long
     releaseHold();
-    // The built-in browser takes these over when it arrives; until then the desktop's browser.
-    m_desktop.openUrl(url.toString());
-    notice(QStringLiteral("Opened ") + clip.name + QStringLiteral(" in your browser"));
+    if (m_defaults.flag(websiteShortcutsInDefaultBrowserKey)) {
+        m_desktop.openUrl(url.toString());
+        notice(QStringLiteral("Opened ") + clip.name + QStringLiteral(" in your browser"));
+        return;
+    }
+    emit tavoBrowserRequested(url.toString());
+    notice(QStringLiteral("Opened ") + clip.name + QStringLiteral(" in Tavo Browser"));
 }
 
 void ExpansionRunner::launchDesktopShortcut(const Clip& clip, int removeCount)

@@ -5,6 +5,8 @@
 #include "platform/desktop.h"
 #include "store/scorecard.h"
 
+#include <QElapsedTimer>
+#include <QFutureWatcher>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QObject>
@@ -20,6 +22,9 @@ class Desktop;
 class Pasteboard;
 class QuillAppDelegate;
 class TavoAccountStore;
+
+// "Open website shortcuts in:": true for "my default browser", absent or false for Tavo Browser.
+inline const QString websiteShortcutsInDefaultBrowserKey = QStringLiteral("tavoWebsiteShortcutsInDefaultBrowser");
 
 // Carries out what a typed trigger means in the application the user works in: remembers that
 // application when a trigger starts, decides when it ends, and pastes, opens or launches.
@@ -64,6 +69,9 @@ signals:
     void hidePickerRequested();
     // A shortcut that opens Tavo itself.
     void showSelfRequested();
+    // A website shortcut for the built-in browser: the application opens `url` in a new tab there
+    // and brings Tavo forward; the notice follows.
+    void tavoBrowserRequested(const QString& url);
     // An inline command hands the picker over to one of its faces. The face enters before the
     // typed command is removed, so the panel is on screen while the text disappears; the count is
     // what its own paste still has to remove (0 once the command is gone).
@@ -87,6 +95,7 @@ private:
     // A new snapshot of the builder apps when their settings, the shortcuts or the records have
     // changed since the last one.
     void refreshBuilderCommands(const ExpansionLibrary& library);
+    std::shared_ptr<const ExpansionIndex> indexFor(const ExpansionLibrary& library);
     // Removes a typed inline command; false (with `refusal` as the notice) when it cannot.
     bool removeInlineCommand(int count, const QString& noReturnApp, const QString& refusal);
     // Rewrites the clipboard through the selected model and pastes the answer in place of the
@@ -107,6 +116,8 @@ private:
     void releaseHold();
     void pasteLanded();
     void notice(const QString& text);
+    // The stages of the expansion under way, timed from its decision, when they are traced.
+    void traceStage(const char* stage, bool last = false);
 
     DB& m_db;
     TavoAccountStore& m_accounts;
@@ -120,12 +131,16 @@ private:
     QTimer m_holdTimer;
     bool m_pickerShowsHiddenOnly = false;
     std::shared_ptr<const BuilderCommandSnapshot> m_builder;
+    std::shared_ptr<const ExpansionIndex> m_index; // of the last lists published
+    QFutureWatcher<std::shared_ptr<const ExpansionIndex>>* m_indexing = nullptr;
     QJsonObject m_builderSettings; // what m_builder was read from
     bool m_builderStale = true;    // the shortcuts or records changed since
     quint64 m_heldKey = 0;         // the key whose hold the expansion under way claimed
     quint64 m_landingKey = 0;      // the hold let go when the paste on its way has landed
     QString m_pendingNotice;
     QPointer<AITextRequest> m_toneRewrite; // one at a time: a newer command replaces it
+    QElapsedTimer m_traceClock;
+    QString m_trace;
 };
 
 } // namespace tavo

@@ -5,6 +5,7 @@
 namespace tavo {
 
 Q_LOGGING_CATEGORY(lcEngine, "tavo.engine")
+Q_LOGGING_CATEGORY(lcExpansionTiming, "tavo.expansion.timing", QtWarningMsg)
 
 namespace {
 
@@ -71,11 +72,27 @@ bool QuillAppDelegate::isTapInstalled() const
     return m_tap.isRunning();
 }
 
+namespace {
+
+bool pastesAsItStands(const QString& trigger, const ExpansionLibrary& library)
+{
+    const ExpansionPlan::Kind kind = planExpansion(trigger, QStringLiteral(" "), library).kind;
+    return kind == ExpansionPlan::Kind::Paste || kind == ExpansionPlan::Kind::Calculation ||
+           kind == ExpansionPlan::Kind::Batch;
+}
+
+} // namespace
+
 TapDecision QuillAppDelegate::decide(const KeyEvent& event)
 {
+    QElapsedTimer deciding;
+    if (lcExpansionTiming().isDebugEnabled()) {
+        deciding.start();
+    }
     QList<TapNotification> notifications;
     TapDecision decision;
     std::shared_ptr<const ExpansionLibrary> library;
+    QString trigger;
     {
         QMutexLocker locker(&m_lock);
         if (m_paused) {
@@ -86,6 +103,20 @@ TapDecision QuillAppDelegate::decide(const KeyEvent& event)
         decision.version = ++m_stateVersion;
         m_modeSent = decision.mode;
         library = m_library;
+        // Only over an index: a scan of a large library at every key would slow the typing.
+        if (decision.mode == TapMode::Tracking && library && library->index) {
+            trigger = m_tracker.triggerBuffer;
+        }
+    }
+    // A trigger that would paste as it stands has the tap catch the keys its paste will hold back
+    // now, so that the ending key need not wait for those grabs. Looked up outside the lock; a
+    // change of state meanwhile leaves the decision as it was.
+    if (!trigger.isEmpty() && pastesAsItStands(trigger, *library)) {
+        QMutexLocker locker(&m_lock);
+        if (m_stateVersion == decision.version) {
+            decision.mode = TapMode::Armed;
+            m_modeSent = decision.mode;
+        }
     }
     std::optional<ExpansionPlan> plan;
     if (decision.verdict == KeyVerdict::SwallowAndHold && !notifications.isEmpty() &&
@@ -97,6 +128,9 @@ TapDecision QuillAppDelegate::decide(const KeyEvent& event)
         if (library) {
             plan = planExpansion(finished.text, finished.suffix, *library);
         }
+        if (deciding.isValid()) {
+            qCDebug(lcExpansionTiming) << "planned in" << deciding.nsecsElapsed() / 1e6 << "ms";
+        }
         if (!plan || plan->givesEndingKeyBack()) {
             decision.verdict = KeyVerdict::Pass;
             notifications.last() = {TapNotification::Kind::ClosePicker, {}, {}, 0};
@@ -104,16 +138,20 @@ TapDecision QuillAppDelegate::decide(const KeyEvent& event)
         }
     }
     if (!notifications.isEmpty()) {
+        const QElapsedTimer decided = plan ? deciding : QElapsedTimer();
         // Queued, never direct: the tap must answer now, and the main thread takes them in order.
         QMetaObject::invokeMethod(
-            this, [this, notifications, plan = std::move(plan), id = event.id] { deliver(notifications, plan, id); },
+            this,
+            [this, notifications, plan = std::move(plan), id = event.id, decided] {
+                deliver(notifications, plan, id, decided);
+            },
             Qt::QueuedConnection);
     }
     return decision;
 }
 
 void QuillAppDelegate::deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan,
-                               quint64 endingKey)
+                               quint64 endingKey, const QElapsedTimer& decided)
 {
     for (const TapNotification& note : notifications) {
         switch (note.kind) {
@@ -131,6 +169,7 @@ void QuillAppDelegate::deliver(const QList<TapNotification>& notifications, cons
             break;
         case TapNotification::Kind::AutoExpand:
             if (plan) {
+                m_planClock = decided;
                 emit expansionPlanned(*plan, note.length, endingKey);
             }
             break;
@@ -150,6 +189,9 @@ void QuillAppDelegate::changeState(Change change, bool force)
         QMutexLocker locker(&m_lock);
         change(m_tracker);
         mode = m_paused ? TapMode::Idle : m_tracker.mode();
+        if (mode == TapMode::Tracking && m_modeSent == TapMode::Armed) {
+            mode = TapMode::Armed; // the trigger is as it was: still ready to hold
+        }
         if (mode == m_modeSent && !force) {
             return; // the tap is there already: no need to wake it
         }

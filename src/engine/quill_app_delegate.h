@@ -4,6 +4,8 @@
 #include "engine/tap_state.h"
 #include "platform/keyboard_tap.h"
 
+#include <QElapsedTimer>
+#include <QLoggingCategory>
 #include <QMutex>
 #include <QObject>
 #include <QTimer>
@@ -11,6 +13,9 @@
 #include <memory>
 
 namespace tavo {
+
+// The stages of an expansion, off by default: "tavo.expansion.timing.debug=true".
+Q_DECLARE_LOGGING_CATEGORY(lcExpansionTiming)
 
 // Owns the keyboard tap and the trigger state. The tap decides each key on its own thread with
 // the tracker under a lock; what the tracker has to say arrives here as signals on the main
@@ -62,6 +67,8 @@ public:
     // Whether the key that ended a planned trigger is still held, and stays so until released
     // (within the tap's bound).
     bool claimHold(quint64 endingKey);
+    // Started when the tap's thread decided the plan expansionPlanned() carries now.
+    const QElapsedTimer& planClock() const { return m_planClock; }
 
 signals:
     void openPickerRequested(bool slashTriggered);
@@ -80,7 +87,7 @@ private:
     template<typename Change>
     void changeState(Change change, bool force = false);
     void deliver(const QList<TapNotification>& notifications, const std::optional<ExpansionPlan>& plan,
-                 quint64 endingKey);
+                 quint64 endingKey, const QElapsedTimer& decided);
 
     KeyboardTap& m_tap;
     mutable QMutex m_lock;
@@ -92,6 +99,7 @@ private:
     QTimer m_retryTimer;
     bool m_tapFailureReported = false;
     QString m_tapProblem;
+    QElapsedTimer m_planClock;
 };
 
 } // namespace tavo

@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QNetworkAccessManager>
+#include <QPointer>
 #include <QRegularExpression>
 #include <QSaveFile>
 #include <QStringDecoder>
@@ -390,36 +391,60 @@ PreparedCSVImport prepareCSVImport(const CSVRows& rows, bool downloadMediaURLs, 
     return prepared;
 }
 
-Result<QString> applyCSVImport(DB& db, const PreparedCSVImport& import)
+void applyCSVImport(DB& db, const PreparedCSVImport& import, QObject* context,
+                    const std::function<void(const Result<QString>&)>& done)
 {
     if (!import.error.isEmpty()) {
-        return TavoError{QStringLiteral("TavoShare"), 0, import.error};
+        done(TavoError{QStringLiteral("TavoShare"), 0, import.error});
+        return;
     }
-    const bool saved = db.updateClips([&](QList<Clip>& clips) { clips.append(import.clips); });
-    if (!saved) {
-        discardCSVImport(import);
-        return TavoError{QStringLiteral("TavoShare"), 0,
-                         QStringLiteral("Could not save the shortcuts in %1.").arg(db.dir())};
-    }
-    QStringList collections = db.collections();
-    const qsizetype before = collections.size();
-    for (const Clip& clip : import.clips) {
-        for (const QString& group : clip.allGroups()) {
-            if (!containsIgnoringCase(collections, group)) {
-                collections.append(group);
-            }
-        }
-    }
-    if (collections.size() != before) {
-        db.setCollections(std::move(collections));
-    }
-    QString report = QStringLiteral("Imported %1 shortcuts · %2 media downloaded")
-                         .arg(import.clips.size())
-                         .arg(import.downloadedFiles.size());
-    if (import.failedDownloads > 0) {
-        report += QStringLiteral(" · %1 download(s) failed").arg(import.failedDownloads);
-    }
-    return report;
+    QPointer<DB> store(&db);
+    const QString folder = db.dir();
+    // The downloads go when the import fails, even with nobody left to tell.
+    db.updateClips([clips = import.clips](QList<Clip>& library) { library.append(clips); }, nullptr,
+                   [import, store, folder, context = QPointer<QObject>(context), hasContext = context != nullptr,
+                    done](bool saved) {
+                       if (!saved) {
+                           discardCSVImport(import);
+                       }
+                       if (hasContext && !context) {
+                           return;
+                       }
+                       if (!saved) {
+                           done(TavoError{QStringLiteral("TavoShare"), 0,
+                                          QStringLiteral("Could not save the shortcuts in %1.").arg(folder)});
+                           return;
+                       }
+                       if (store) {
+                           QStringList collections = store->collections();
+                           const qsizetype before = collections.size();
+                           for (const Clip& clip : import.clips) {
+                               for (const QString& group : clip.allGroups()) {
+                                   if (!containsIgnoringCase(collections, group)) {
+                                       collections.append(group);
+                                   }
+                               }
+                           }
+                           if (collections.size() != before) {
+                               store->setCollections(std::move(collections));
+                           }
+                       }
+                       QString report = QStringLiteral("Imported %1 shortcuts · %2 media downloaded")
+                                            .arg(import.clips.size())
+                                            .arg(import.downloadedFiles.size());
+                       if (import.failedDownloads > 0) {
+                           report += QStringLiteral(" · %1 download(s) failed").arg(import.failedDownloads);
+                       }
+                       done(report);
+                   });
+}
+
+Result<QString> applyCSVImport(DB& db, const PreparedCSVImport& import)
+{
+    std::optional<Result<QString>> outcome;
+    applyCSVImport(db, import, nullptr, [&outcome](const Result<QString>& status) { outcome = status; });
+    db.waitForSaves();
+    return outcome.value_or(Result<QString>(TavoError{QStringLiteral("TavoShare"), 0, QStringLiteral("Canceled.")}));
 }
 
 void discardCSVImport(const PreparedCSVImport& import)

@@ -13,6 +13,8 @@
 #include <atomic>
 #include <functional>
 
+class QObject;
+
 namespace tavo {
 
 class DB;
@@ -81,6 +83,10 @@ PreparedCSVImport prepareCSVImport(const CSVRows& rows, bool downloadMediaURLs, 
 // " · <k> download(s) failed" when some failed. On failure nothing is added and the downloads
 // are removed.
 Result<QString> applyCSVImport(DB& db, const PreparedCSVImport& import);
+// The same with the library's work where the store writes; `done` gets the status on the store's
+// thread, unless `context` is gone by then.
+void applyCSVImport(DB& db, const PreparedCSVImport& import, QObject* context,
+                    const std::function<void(const Result<QString>&)>& done);
 
 // Removes what an import that will not be applied downloaded.
 void discardCSVImport(const PreparedCSVImport& import);

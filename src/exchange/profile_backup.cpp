@@ -8,6 +8,7 @@
 #include "platform/zip/zip_writer.h"
 #include "store/attachments.h"
 #include "store/profile_store.h"
+#include "store/restore_journal.h"
 #include "store/store_files.h"
 
 #include <QDir>
@@ -47,7 +48,7 @@ TavoError failure(const QString& status, int code = 0)
 bool isStoreBookkeeping(const QString& fileName)
 {
     return fileName.endsWith(QLatin1StringView(".lock")) || fileName.contains(QLatin1StringView(".unreadable-")) ||
-           fileName.contains(beforeRestoreMark);
+           fileName.contains(beforeRestoreMark) || isRestoreBookkeeping(fileName);
 }
 
 QByteArray stringListJson(const QStringList& texts)
@@ -390,7 +391,7 @@ void discardRestore(const PreparedRestore& prepared)
     }
 }
 
-Result<QString> commitRestore(DB& db, PreparedRestore prepared)
+void commitRestore(DB& db, PreparedRestore prepared, QObject* context, const RestoreDone& done)
 {
     const QString folder = db.dir();
     QStringList replaced{clipsFile};
@@ -403,47 +404,58 @@ Result<QString> commitRestore(DB& db, PreparedRestore prepared)
     if (prepared.records) {
         replaced.append(recordsFile);
     }
-    const QString stamp = freeBeforeRestoreStamp(folder, replaced);
-    for (const QString& name : replaced.mid(1)) {
-        if (!keepBeforeRestore(folder, name, stamp)) {
-            discardRestore(prepared);
-            return failure(restoreFailedStatus(QStringLiteral("Tavo could not keep a copy of %1.").arg(name)));
-        }
-    }
+    const qsizetype count = prepared.clips.size();
+    const QStringList copiedFiles = prepared.copiedFiles;
+    auto notKept = std::make_shared<QString>(); // the file that could not be kept, if any
 
-    // The one write that makes the restore: before it the profile is all old, after it the
-    // shortcuts are all new and every file they name is in place.
-    bool keptClips = true;
-    const bool written = db.updateClips([&](QList<Clip>& clips) {
-        // Under the store's lock, so the copy is exactly the list being replaced.
-        keptClips = keepBeforeRestore(folder, clipsFile, stamp);
-        if (keptClips) {
-            clips = prepared.clips;
+    DB::Replacement replacement;
+    replacement.clips = std::move(prepared.clips);
+    replacement.collections = std::move(prepared.collections);
+    replacement.hiddenCollections = std::move(prepared.hiddenCollections);
+    replacement.definitions = std::move(prepared.definitions);
+    replacement.records = std::move(prepared.records);
+    // Under the store's lock, so the copies are exactly the files being replaced.
+    replacement.keepCurrent = [folder, replaced, notKept] {
+        const QString stamp = freeBeforeRestoreStamp(folder, replaced);
+        for (const QString& name : replaced) {
+            if (!keepBeforeRestore(folder, name, stamp)) {
+                *notKept = name;
+                return false;
+            }
         }
-    });
-    if (!written || !keptClips) {
-        discardRestore(prepared);
-        return failure(restoreFailedStatus(keptClips
-                                               ? QStringLiteral("The shortcuts could not be written in %1.").arg(folder)
-                                               : QStringLiteral("Tavo could not keep a copy of %1.").arg(clipsFile)));
-    }
+        return true;
+    };
+    // The store's journal makes the replacement: before it the profile is all old, after it all
+    // new, the shortcuts with every file they name in place.
+    db.replaceProfile(
+        std::move(replacement), nullptr,
+        [folder, count, copiedFiles, notKept, context = QPointer<QObject>(context), hasContext = context != nullptr,
+         done](bool written) {
+            if (!written) {
+                for (const QString& path : copiedFiles) {
+                    QFile::remove(path);
+                }
+            }
+            if (hasContext && !context) {
+                return;
+            }
+            if (written) {
+                done(restoredStatus(count));
+            } else if (!notKept->isEmpty()) {
+                done(failure(restoreFailedStatus(QStringLiteral("Tavo could not keep a copy of %1.").arg(*notKept))));
+            } else {
+                done(failure(
+                    restoreFailedStatus(QStringLiteral("The shortcuts could not be written in %1.").arg(folder))));
+            }
+        });
+}
 
-    if (prepared.collections) {
-        db.setCollections(*prepared.collections);
-    }
-    if (prepared.hiddenCollections) {
-        db.setHiddenCollections(*prepared.hiddenCollections);
-    }
-    if (prepared.definitions || prepared.records) {
-        if (prepared.definitions) {
-            db.setCollectionDefinitions(*prepared.definitions);
-        }
-        if (prepared.records) {
-            db.setCollectionRecords(*prepared.records);
-        }
-        db.saveCollectionLibrary();
-    }
-    return restoredStatus(prepared.clips.size());
+Result<QString> commitRestore(DB& db, PreparedRestore prepared)
+{
+    std::optional<Result<QString>> outcome;
+    commitRestore(db, std::move(prepared), nullptr, [&outcome](const Result<QString>& status) { outcome = status; });
+    db.waitForSaves();
+    return outcome.value_or(Result<QString>(failure(restoreFailedStatus(QStringLiteral("Tavo was closing.")))));
 }
 
 void makeProfileBackupInBackground(DB& db, const QString& target,
@@ -490,7 +502,7 @@ void restoreProfileBackupInBackground(DB& db, const QString& archive,
                     discardRestore(*prepared);
                     return;
                 }
-                done(commitRestore(*store, std::move(prepared).value()));
+                commitRestore(*store, std::move(prepared).value(), store, done);
             },
             Qt::QueuedConnection);
     });

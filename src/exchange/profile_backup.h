@@ -12,6 +12,8 @@
 #include <functional>
 #include <optional>
 
+class QObject;
+
 namespace tavo {
 
 class DB;
@@ -65,10 +67,16 @@ struct PreparedRestore
 // nothing else of the profile.
 Result<PreparedRestore> prepareRestore(const QString& archive, const QString& attachmentsDir);
 
+using RestoreDone = std::function<void(const Result<QString>&)>;
+
 // Keeps the current files aside as "<name>.before-restore-<stamp>.json" (the last three of each),
-// then replaces the shortcuts in one atomic write, which commits them with their media; the
-// collection names, the hidden list and the record library follow. On the store's thread. A
-// failure before the shortcuts are written removes the copied media. Gives the status to show.
+// then replaces the shortcuts, the collection names, the hidden list and the record library
+// through the store's journal: a kill at any moment leaves the profile all old or all new. Called
+// on the store's thread; the file work runs where the store writes. A failure before anything is
+// replaced removes the copied media. `done` gets the status to show, on the store's thread,
+// unless `context` is gone by then.
+void commitRestore(DB& db, PreparedRestore prepared, QObject* context, const RestoreDone& done);
+// The same, waiting for the outcome.
 Result<QString> commitRestore(DB& db, PreparedRestore prepared);
 
 // Removes the media a prepared restore copied, for a restore that will not be committed.

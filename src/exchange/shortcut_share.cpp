@@ -14,6 +14,7 @@
 #include <QFileInfo>
 #include <QHash>
 #include <QLoggingCategory>
+#include <QPointer>
 #include <QRegularExpression>
 #include <QSaveFile>
 #include <QSet>
@@ -490,15 +491,24 @@ Result<QList<Clip>> TavoShortcutShare::importArchive(const QString& file, const 
     return importPackage(file, attachmentsDir, false);
 }
 
-std::optional<TavoError> addImportedClips(DB& db, QList<Clip> clips)
+void addImportedClips(DB& db, QList<Clip> clips, QObject* context,
+                      const std::function<void(const std::optional<TavoError>&)>& done)
 {
-    QStringList collections;
-    bool collectionsAdded = false;
-    const bool written = db.updateClips([&](QList<Clip>& library) {
-        collections = db.collections();
-        collectionsAdded = false;
+    // The change runs on the store's thread: it works on the collections as they are now, and
+    // the names it adds join the list as it is when the change is taken in.
+    struct Names
+    {
+        QStringList known;
+        QStringList added;
+    };
+    auto names = std::make_shared<Names>();
+    names->known = db.collections();
+    const QString folder = db.dir();
+    QPointer<DB> store(&db);
+    auto change = [names, clips = std::move(clips)](QList<Clip>& library) {
+        names->added.clear();
         QHash<QString, QString> spelling; // case-folded name -> the collection's own spelling
-        for (const QString& name : std::as_const(collections)) {
+        for (const QString& name : std::as_const(names->known)) {
             spelling.insert(name.toCaseFolded(), name);
         }
         auto known = [&](const QString& group) {
@@ -507,8 +517,7 @@ std::optional<TavoError> addImportedClips(DB& db, QList<Clip> clips)
                 return *found;
             }
             spelling.insert(folded, group);
-            collections.append(group);
-            collectionsAdded = true;
+            names->added.append(group);
             return group;
         };
         TakenKeys taken(library);
@@ -524,14 +533,34 @@ std::optional<TavoError> addImportedClips(DB& db, QList<Clip> clips)
             taken.insert(clip.key);
         }
         library = added + library;
+    };
+    db.updateClips(change, context, [names, store, folder, done](bool written) {
+        if (!written) {
+            done(shareError(2, QStringLiteral("Could not save the changes in %1.").arg(folder)));
+            return;
+        }
+        if (store && !names->added.isEmpty()) {
+            QStringList collections = store->collections();
+            for (const QString& name : std::as_const(names->added)) {
+                if (!collections.contains(name, Qt::CaseInsensitive)) {
+                    collections.append(name);
+                }
+            }
+            if (collections != store->collections()) {
+                store->setCollections(collections);
+            }
+        }
+        done(std::nullopt);
     });
-    if (!written) {
-        return shareError(2, QStringLiteral("Could not save the changes in %1.").arg(db.dir()));
-    }
-    if (collectionsAdded) {
-        db.setCollections(collections);
-    }
-    return std::nullopt;
+}
+
+std::optional<TavoError> addImportedClips(DB& db, QList<Clip> clips)
+{
+    std::optional<TavoError> error;
+    addImportedClips(db, std::move(clips), nullptr,
+                     [&error](const std::optional<TavoError>& failed) { error = failed; });
+    db.waitForSaves();
+    return error;
 }
 
 } // namespace tavo

@@ -7,7 +7,10 @@
 #include <QList>
 #include <QString>
 
+#include <functional>
 #include <optional>
+
+class QObject;
 
 namespace tavo {
 
@@ -58,7 +61,11 @@ Result<QList<Clip>> importArchive(const QString& file, const QString& attachment
 // Adds imported clips at the start of the library, under the store's lock: a key that the list
 // (as it is then) or an earlier imported clip uses gets a number (freeKey); a group that is a
 // collection in another case takes the collection's spelling, and a new one joins the
-// collections. Gives the error to tell when the library could not be written.
+// collections. Gives the error to tell when the library could not be written. The library's
+// work runs where the store writes; `done` follows on the store's thread, unless `context` is gone.
+void addImportedClips(DB& db, QList<Clip> clips, QObject* context,
+                      const std::function<void(const std::optional<TavoError>&)>& done);
+// The same, waiting for the outcome.
 std::optional<TavoError> addImportedClips(DB& db, QList<Clip> clips);
 
 } // namespace tavo

@@ -37,6 +37,13 @@ public:
     // Waits (bounded) until the user has let go of Shift, Ctrl, Alt and Super, so they do not
     // change the keys sent next; modifiers still down after that are released.
     virtual void waitForModifiersReleased(int timeoutMs) = 0;
+    // Both of the above before keys go to `window`. A desktop that can ask the two questions at
+    // once does so: this is on the way from the ending key to the paste.
+    virtual void prepareToType(const DesktopWindow& window, int activationMs, int modifierMs)
+    {
+        activate(window, activationMs);
+        waitForModifiersReleased(modifierMs);
+    }
     // The keys go out at once; flush() waits for the server to have them.
     virtual void sendBackspaces(int count) = 0;
     virtual void sendEscape() = 0;

@@ -12,8 +12,11 @@ namespace tavo {
 // Which keys the tap must be able to hold back, besides letting everything else through.
 enum class TapMode
 {
-    Idle,      // only keys that can start a trigger
-    Tracking,  // also the keys that can end a trigger (blanks, Return, Tab, punctuation)
+    Idle,     // only keys that can start a trigger
+    Tracking, // also the keys that can end a trigger (blanks, Return, Tab, punctuation)
+    // Tracking a trigger that would paste if it ended now: the keys a paste holds back are
+    // caught already, so that its ending key starts the hold without a round of grabs.
+    Armed,
     Exclusive, // every key: the picker or the image prompt owns the keyboard
 };
 

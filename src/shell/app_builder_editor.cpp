@@ -140,6 +140,8 @@ QPlainTextEdit* textField(QWidget* parent, const char* objectName, const QString
     field->setPlaceholderText(placeholder);
     field->setTabChangesFocus(true);
     field->setMinimumHeight(field->fontMetrics().lineSpacing() * lines + design::step(parent, 2));
+    // Room to grow, but no tall empty box: a long text scrolls inside.
+    field->setMaximumHeight(field->fontMetrics().lineSpacing() * lines * 2 + design::step(parent, 2));
     design::name(field, accessibleName);
     return field;
 }
@@ -193,10 +195,28 @@ QStringList listTexts(const QListWidget* list)
     return texts;
 }
 
+// The show* helpers leave a field alone when it already shows the value: a reload must not move
+// the cursor of a field being typed in.
 void showTexts(QListWidget* list, const QStringList& texts)
 {
-    list->clear();
-    list->addItems(texts);
+    if (listTexts(list) != texts) {
+        list->clear();
+        list->addItems(texts);
+    }
+}
+
+void showText(QLineEdit* field, const QString& text)
+{
+    if (field->text() != text) {
+        field->setText(text);
+    }
+}
+
+void showText(QPlainTextEdit* field, const QString& text)
+{
+    if (field->toPlainText() != text) {
+        field->setPlainText(text);
+    }
 }
 
 QString joinedItems(const QStringList& items)
@@ -360,6 +380,8 @@ AppBuilderEditor::AppBuilderEditor(DB& db, Defaults& defaults, QWidget* parent)
     m_pause->setSingleShot(true);
     m_pause->setInterval(typingPauseMs);
     connect(m_pause, &QTimer::timeout, this, &AppBuilderEditor::save);
+    // tavoctl and other screens change the open app too: Defaults follows the file for them.
+    connect(&m_defaults, &Defaults::valuesChanged, this, &AppBuilderEditor::takeOutsideChanges);
     m_status->setObjectName(QStringLiteral("builderEditorStatus"));
     m_title->setObjectName(QStringLiteral("builderAppTitle"));
     m_title->setFont(design::sectionHeaderFont(font()));
@@ -374,7 +396,7 @@ AppBuilderEditor::AppBuilderEditor(DB& db, Defaults& defaults, QWidget* parent)
     auto* saveTemplateButton = button(this, "saveBuilderTemplate", QStringLiteral("document-save-as"),
                                       QStringLiteral("Save template…"), QStringLiteral("Save as reusable template"));
     auto* setDefaultButton =
-        button(this, "setBuilderDefault", QStringLiteral("emblem-default"), QStringLiteral("Set as Default"));
+        button(this, "setBuilderDefault", QStringLiteral("dialog-ok-apply"), QStringLiteral("Set as Default"));
 
     auto* content = new QWidget(this);
     content->setObjectName(QStringLiteral("builderEditorContent"));
@@ -645,6 +667,7 @@ QWidget* AppBuilderEditor::buildTemplateCard()
     m_richText->setPlaceholderText(
         QStringLiteral("Rich template: text with {{tokens}}, styled as the output should be"));
     m_richText->setMinimumHeight(fontMetrics().lineSpacing() * 8);
+    m_richText->setMaximumHeight(fontMetrics().lineSpacing() * 16);
     design::name(m_richText, QStringLiteral("Rich template"));
     m_rich = new TemplateRichEditorController(m_richText, this);
     m_tokenCheck = quietLabel(QString(), card);
@@ -888,8 +911,10 @@ void AppBuilderEditor::openApp(const QString& app)
             }
         }
     }
+    m_geminiProfile = gemini;
     m_state = loadConfiguration(m_defaults, app, gemini);
     m_stored = m_state;
+    m_loaded = m_state;
     m_order = std::make_unique<FormulaOrderModel>(m_defaults, app);
     showModel();
     m_title->setText(app);
@@ -905,18 +930,81 @@ void AppBuilderEditor::closeApp()
     m_order.reset();
 }
 
+void AppBuilderEditor::takeOutsideChanges()
+{
+    if (m_app.isEmpty() || m_showing || !builderAppNames(m_defaults).contains(m_app)) {
+        return; // an app deleted elsewhere is the page's to leave
+    }
+    const BuilderAppConfiguration fresh = loadConfiguration(m_defaults, m_app, m_geminiProfile);
+    bool changed = false;
+    bool slotsChanged = false;
+    // A setting changed in the store shows its new value, unless its field holds edits not yet
+    // written: those win, as they are written at the pause and the person typing has the last
+    // word. Our own writes come back equal to the state and change nothing.
+    auto take = [&](auto BuilderAppConfiguration::*setting, bool slot = false) {
+        const bool changedInStore = fresh.*setting != m_loaded.*setting;
+        const bool unsaved = m_state.*setting != m_stored.*setting;
+        if (changedInStore && !unsaved && m_state.*setting != fresh.*setting) {
+            m_state.*setting = fresh.*setting;
+            m_stored.*setting = fresh.*setting;
+            changed = true;
+            slotsChanged = slotsChanged || slot;
+        }
+    };
+    using C = BuilderAppConfiguration;
+    take(&C::prompt);
+    take(&C::description);
+    take(&C::prefix, true);
+    take(&C::variables, true);
+    take(&C::variableTypes);
+    take(&C::calculations);
+    take(&C::formulaOrder, true);
+    take(&C::collections, true);
+    take(&C::outputCollections);
+    take(&C::selectedRecords);
+    take(&C::format);
+    take(&C::imageModel);
+    take(&C::imageProfile);
+    take(&C::videoModel);
+    take(&C::mediaReferences);
+    take(&C::aspectRatio);
+    take(&C::resolution);
+    take(&C::details);
+    take(&C::templateStyle);
+    take(&C::richTextData);
+    take(&C::bold);
+    take(&C::italic);
+    take(&C::underline);
+    take(&C::fontSize);
+    take(&C::fontColor);
+    take(&C::asset);
+    take(&C::referenceTemplates);
+    take(&C::appIcon);
+    take(&C::appIconSymbol);
+    take(&C::appCover);
+    take(&C::creditCost);
+    m_loaded = fresh;
+    if (!changed) {
+        return;
+    }
+    showState();
+    if (slotsChanged) {
+        reloadOrder(false);
+    }
+}
+
 void AppBuilderEditor::showState()
 {
     m_showing = true;
-    m_description->setText(m_state.description);
-    m_prefix->setText(m_state.prefix);
-    m_prompt->setPlainText(m_state.prompt);
+    showText(m_description, m_state.description);
+    showText(m_prefix, m_state.prefix);
+    showText(m_prompt, m_state.prompt);
     showChoice(m_format, m_state.format);
-    m_creditCost->setText(m_state.creditCost);
-    m_variables->setText(m_state.variables);
-    m_outputCollections->setText(m_state.outputCollections);
-    m_calculations->setPlainText(m_state.calculations);
-    m_details->setPlainText(m_state.details);
+    showText(m_creditCost, m_state.creditCost);
+    showText(m_variables, m_state.variables);
+    showText(m_outputCollections, m_state.outputCollections);
+    showText(m_calculations, m_state.calculations);
+    showText(m_details, m_state.details);
     m_bold->setChecked(m_state.bold);
     m_italic->setChecked(m_state.italic);
     m_underline->setChecked(m_state.underline);
@@ -926,22 +1014,24 @@ void AppBuilderEditor::showState()
     m_richText->document()->setDefaultFont(base);
     showChoice(m_fontColor, m_state.fontColor);
     if (m_state.richTextData) {
-        m_rich->setRtf(*m_state.richTextData);
-    } else {
+        if (m_rich->rtf() != *m_state.richTextData) {
+            m_rich->setRtf(*m_state.richTextData);
+        }
+    } else if (!m_richText->document()->isEmpty()) {
         m_richText->clear();
     }
-    m_asset->setText(m_state.asset);
+    showText(m_asset, m_state.asset);
     showTexts(m_referenceTemplates, m_state.referenceTemplates);
     const int profile = m_imageProfile->findData(m_state.imageProfile);
     m_imageProfile->setCurrentIndex(profile >= 0 ? profile : 0);
-    m_imageModel->setText(m_state.imageModel);
-    m_videoModel->setText(m_state.videoModel);
+    showText(m_imageModel, m_state.imageModel);
+    showText(m_videoModel, m_state.videoModel);
     showChoice(m_aspectRatio, m_state.aspectRatio);
     showChoice(m_resolution, m_state.resolution);
     showTexts(m_mediaReferences, m_state.mediaReferences);
-    m_appIcon->setText(m_state.appIcon);
-    m_appIconSymbol->setText(m_state.appIconSymbol);
-    m_appCover->setText(m_state.appCover);
+    showText(m_appIcon, m_state.appIcon);
+    showText(m_appIconSymbol, m_state.appIconSymbol);
+    showText(m_appCover, m_state.appCover);
     m_showing = false;
     showTemplateChoices();
     showVariableTypes();
@@ -973,10 +1063,12 @@ void AppBuilderEditor::showVariableTypes()
 void AppBuilderEditor::showCollectionChoices()
 {
     const QStringList chosen = builderListItems(m_state.collections);
-    QStringList names = m_db.collections();
-    for (const QString& name : chosen) {
+    // The chosen ones first, so the app's sources show without scrolling; one the profile has no
+    // such collection for yet stays on screen too.
+    QStringList names = chosen;
+    for (const QString& name : m_db.collections()) {
         if (!names.contains(name, Qt::CaseInsensitive)) {
-            names << name; // kept on screen even when the profile has no such collection yet
+            names << name;
         }
     }
     m_showing = true;
@@ -1003,8 +1095,13 @@ void AppBuilderEditor::showRecordChoices()
         item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
         item->setCheckState(m_state.selectedRecords.contains(record.id) ? Qt::Checked : Qt::Unchecked);
     }
-    m_showing = false;
     m_records->setEnabled(m_records->count() > 0);
+    if (m_records->count() == 0) {
+        auto* none = new QListWidgetItem(QStringLiteral("No records in the source collections yet."));
+        none->setFlags(Qt::NoItemFlags);
+        m_records->addItem(none);
+    }
+    m_showing = false;
 }
 
 void AppBuilderEditor::showFormulaBlocks()

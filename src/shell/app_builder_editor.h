@@ -124,6 +124,8 @@ private:
     QWidget* buildLookCard();
 
     void showState();
+    // Another process or screen changed the open app's keys.
+    void takeOutsideChanges();
     void showVariableTypes();
     void showCollectionChoices();
     void showRecordChoices();
@@ -143,6 +145,8 @@ private:
     QString m_app;
     BuilderAppConfiguration m_state;
     BuilderAppConfiguration m_stored; // as read, to write the settings the editor owns only when changed
+    BuilderAppConfiguration m_loaded; // as the store last held it, to tell what others changed
+    bool m_geminiProfile = false;
     std::unique_ptr<FormulaOrderModel> m_order;
     bool m_showing = false;
     QTimer* m_pause;

@@ -150,7 +150,14 @@ AppBuilderPage::AppBuilderPage(DB& db, Defaults& defaults, QWidget* parent)
     connect(m_editor, &AppBuilderEditor::collectionsRequested, this, &AppBuilderPage::collectionsRequested);
     // tavoctl and other screens change apps too; the gallery follows while it is on screen.
     connect(&m_defaults, &Defaults::valuesChanged, this, [this] {
-        if (isVisible() && !isEditing()) {
+        if (isEditing() && !builderAppNames(m_defaults).contains(m_editor->app())) {
+            // Deleted elsewhere: nothing of it may be written back.
+            const QString gone = m_editor->app();
+            m_editor->closeApp();
+            m_stack->setCurrentWidget(m_gallery);
+            report(QStringLiteral("%1 was deleted elsewhere.").arg(gone), false);
+            reload();
+        } else if (isVisible() && !isEditing()) {
             reload();
         }
     });

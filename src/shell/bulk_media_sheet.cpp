@@ -412,22 +412,28 @@ void BulkMediaSheet::accept()
     }
     const QString chosen = m_collection->currentData().toString();
     const QString group = chosen.isEmpty() ? QStringLiteral("Imported") : chosen;
-    BulkMediaSave result;
-    const bool stored = m_db.updateClips([&](QList<Clip>& clips) {
-        // Keys are made unique against the list as it is at the moment of saving.
-        result = saveBulkMedia(m_pending, group, clips);
-        clips.append(result.clips);
-    });
-    if (!stored) {
-        m_status->setText(QStringLiteral("Could not save the shortcuts in %1.").arg(m_db.dir()));
-        return;
-    }
-    if (!m_db.collections().contains(group, Qt::CaseInsensitive)) {
-        m_db.setCollections(QStringList(m_db.collections()) << group);
-    }
-    m_didSave = true;
-    emit saved(result.status);
-    QDialog::accept();
+    auto result = std::make_shared<BulkMediaSave>();
+    setWorking(true);
+    m_db.updateClips(
+        [result, drafts = m_pending, group](QList<Clip>& clips) {
+            // Keys are made unique against the list as it is at the moment of saving.
+            *result = saveBulkMedia(drafts, group, clips);
+            clips.append(result->clips);
+        },
+        this,
+        [this, result, group](bool stored) {
+            setWorking(false);
+            if (!stored) {
+                m_status->setText(QStringLiteral("Could not save the shortcuts in %1.").arg(m_db.dir()));
+                return;
+            }
+            if (!m_db.collections().contains(group, Qt::CaseInsensitive)) {
+                m_db.setCollections(QStringList(m_db.collections()) << group);
+            }
+            m_didSave = true;
+            emit saved(result->status);
+            QDialog::accept();
+        });
 }
 
 void BulkMediaSheet::reject()

@@ -214,18 +214,21 @@ void BulkSheet::startImport()
     connect(watcher, &QFutureWatcher<PreparedCSVImport>::finished, this, [this, watcher] {
         watcher->deleteLater();
         const PreparedCSVImport prepared = watcher->result();
-        setImporting(false);
         if (prepared.canceled) {
+            setImporting(false);
             QDialog::reject();
             return;
         }
-        const Result<QString> status = applyCSVImport(m_db, prepared);
-        if (!status) {
-            m_status->setText(status.error().description);
-            return;
-        }
-        emit imported(*status);
-        QDialog::accept();
+        // Still importing while the library takes the rows in on the store's thread.
+        applyCSVImport(m_db, prepared, this, [this](const Result<QString>& status) {
+            setImporting(false);
+            if (!status) {
+                m_status->setText(status.error().description);
+                return;
+            }
+            emit imported(*status);
+            QDialog::accept();
+        });
     });
     watcher->setFuture(QtConcurrent::run(std::move(work)));
 }

@@ -74,16 +74,21 @@ void ExchangeActions::importSharedShortcut()
     runInBackground(
         this, [file, attachments] { return TavoShortcutShare::importBundle(file, attachments); },
         [this](const Result<QList<Clip>>& imported) {
-            end();
             if (!imported) {
+                end();
                 emit warning(ShareText::importFailed(imported.error().description));
                 return;
             }
-            if (const std::optional<TavoError> failed = addImportedClips(m_db, imported.value())) {
-                emit warning(ShareText::importFailed(failed->description));
-                return;
-            }
-            emit notice(ShareText::imported(imported->size()));
+            // Busy until the library holds the package, so a second import waits for this one.
+            const qsizetype count = imported->size();
+            addImportedClips(m_db, imported.value(), this, [this, count](const std::optional<TavoError>& failed) {
+                end();
+                if (failed) {
+                    emit warning(ShareText::importFailed(failed->description));
+                    return;
+                }
+                emit notice(ShareText::imported(count));
+            });
         });
 }
 

@@ -1,5 +1,7 @@
 #include "shell/main_window.h"
 
+#include "browser/browser_tabs.h"
+#include "browser/web/browser_workspace.h"
 #include "exchange/shortcut_share.h"
 #include "shell/api_configuration_page.h"
 #include "shell/app_builder_page.h"
@@ -34,6 +36,7 @@
 #include <QShortcut>
 #include <QStackedWidget>
 #include <QStandardPaths>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -116,15 +119,20 @@ const QList<SectionLook>& sectionLooks()
         {{QStringLiteral("API configuration"), QStringLiteral("network-server"), QStringLiteral("Setup")},
          QStringLiteral("One shared model library for AppBuilder and Collection Builder.")},
         {{QStringLiteral("Settings"), QStringLiteral("configure"), QStringLiteral("Setup")},
-         QStringLiteral("Your account, keyboard access, start-up and the picker")},
+         QStringLiteral("Your account, keyboard access, start-up, website shortcuts and the picker")},
         {{QStringLiteral("AppBuilder"), QStringLiteral("tools-wizard"), QStringLiteral("Setup")},
          QStringLiteral("Apps that turn a typed command into a document, a message or an image")},
+        {{QStringLiteral("Browser"), QStringLiteral("internet-web-browser"), QStringLiteral("Web")},
+         QStringLiteral("Tabs, saved links and collections, kept apart from your other browsers")},
     };
     return looks;
 }
 
 const QString sidebarCollapsedKey = QStringLiteral("tavoSidebarCollapsed");
 const QString sidebarHiddenKey = QStringLiteral("tavoSidebarHidden");
+const QString browserSection = QStringLiteral("Browser");
+// How long after a page opened from elsewhere Tavo keeps itself in front through a new window.
+constexpr int bringForwardMs = 5000;
 
 } // namespace
 
@@ -144,6 +152,7 @@ MainWindow::MainWindow(DB& db, TavoAccountStore& accounts, Defaults& defaults, Q
     , m_defaults(defaults)
     , m_screens(new QStackedWidget(this))
     , m_registration(new RegistrationView(accounts, this))
+    , m_browserTabs(new TavoBrowserTabs(defaults, this))
 {
     setWindowTitle(QStringLiteral("Tavo"));
     setWindowIcon(QIcon::fromTheme(QStringLiteral("tavo"), design::icon(QStringLiteral("input-keyboard"))));
@@ -182,6 +191,7 @@ QWidget* MainWindow::buildWorkspace()
     connect(m_showMenu, &QToolButton::clicked, this, [this] { setSidebarHidden(false); });
 
     m_header = new PageHeader(QString(), QString(), workspace);
+    m_header->setObjectName(QStringLiteral("sectionHeader"));
     m_notice = new InlineMessage(workspace);
     m_notice->setObjectName(QStringLiteral("notice"));
 
@@ -249,9 +259,11 @@ QWidget* MainWindow::buildWorkspace()
     m_pages->addWidget(m_appBuilder);
     m_pages->addWidget(m_settings);
 
-    // Ctrl+1 to Ctrl+9 open the menu's first nine sections; Ctrl+F the page's search.
-    for (int index = 0; index < 9; ++index) {
-        auto* jump = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key(Qt::Key_1 + index)), workspace);
+    // Ctrl+1 to Ctrl+9, then Ctrl+0, open the menu's first ten sections, as the number row runs;
+    // Ctrl+F the page's search.
+    for (int index = 0; index < 10; ++index) {
+        const Qt::Key digit = index < 9 ? Qt::Key(Qt::Key_1 + index) : Qt::Key_0;
+        auto* jump = new QShortcut(QKeySequence(Qt::CTRL | digit), workspace);
         connect(jump, &QShortcut::activated, this, [this, index] { openSectionAt(index); });
     }
     auto* find = new QShortcut(QKeySequence::Find, workspace);
@@ -334,6 +346,7 @@ void MainWindow::setSection(const QString& section)
         return; // its screen is not there yet: nothing leads to an empty page
     }
     m_section = section;
+    qCInfo(lcWindow).noquote() << "section:" << section;
     for (const SectionLook& look : sectionLooks()) {
         if (look.entry.section == section) {
             m_header->setTitle(section);
@@ -352,9 +365,32 @@ void MainWindow::setSection(const QString& section)
         m_pages->setCurrentWidget(m_appBuilder);
     } else if (section == QLatin1String("Settings")) {
         m_pages->setCurrentWidget(m_settings);
+    } else if (section == browserSection) {
+        showBrowser();
     } else {
         m_pages->setCurrentWidget(m_dashboard);
     }
+    // The browser takes all the room beside the side menu; its tab strip says where one is.
+    m_header->setVisible(section != browserSection);
+}
+
+void MainWindow::showBrowser()
+{
+    if (!m_browser) {
+        m_browser = new BrowserWorkspace(*m_browserTabs, m_defaults, m_pages);
+        m_pages->addWidget(m_browser);
+    }
+    m_pages->setCurrentWidget(m_browser);
+}
+
+void MainWindow::openTavoBrowser(const QString& url)
+{
+    setSection(browserSection);
+    m_browser->openTavoBrowser(url);
+    m_inFrontUntil.setRemainingTime(bringForwardMs);
+    show();
+    raise();
+    activateWindow();
 }
 
 void MainWindow::openSectionAt(int index)
@@ -468,8 +504,24 @@ void MainWindow::showAccountState()
     }
 }
 
+MainWindow::~MainWindow()
+{
+    // The browser's screen shows the model's tabs: it goes first, whatever order children go in.
+    delete m_browser;
+}
+
 bool MainWindow::event(QEvent* event)
 {
+    if (event->type() == QEvent::WinIdChange && !m_inFrontUntil.hasExpired() && !m_reactivationScheduled) {
+        // The first web page makes Qt create the window anew for GPU drawing; the new one must not
+        // leave the focus where the old one gave it back.
+        m_reactivationScheduled = true;
+        QTimer::singleShot(0, this, [this] {
+            m_reactivationScheduled = false;
+            raise();
+            activateWindow();
+        });
+    }
     if (event->type() == QEvent::Paint && !m_painted) {
         m_painted = true;
         qCInfo(lcWindow) << "main window painted";

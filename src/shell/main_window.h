@@ -2,6 +2,7 @@
 
 #include "language/shortcut_record.h"
 
+#include <QDeadlineTimer>
 #include <QMainWindow>
 
 #include <optional>
@@ -13,6 +14,7 @@ namespace tavo {
 
 class ApiConfigurationPage;
 class AppBuilderPage;
+class BrowserWorkspace;
 class CollectionLibraryPage;
 class DB;
 class DashboardPage;
@@ -25,6 +27,7 @@ class SettingsPage;
 class ShortcutListPage;
 class SideMenu;
 class TavoAccountStore;
+class TavoBrowserTabs;
 
 // The one main window: the registration screen until someone is signed in, then the workspace,
 // a section at a time beside the side menu, with the window's one notice line. Closing it leaves
@@ -35,6 +38,7 @@ class MainWindow : public QMainWindow
 
 public:
     MainWindow(DB& db, TavoAccountStore& accounts, Defaults& defaults, QWidget* parent = nullptr);
+    ~MainWindow() override;
 
     static const QStringList& sections();
     // The sections whose screens exist, in the side menu's order: the only ones that open.
@@ -55,6 +59,14 @@ public:
     AppBuilderPage* appBuilder() const { return m_appBuilder; }
     RegistrationView* registration() const { return m_registration; }
     ExchangeActions* exchange() const { return m_exchange; }
+    // The browser's model lives as long as the window; its screen only once "Browser" was shown,
+    // so that the web engine starts for those who browse and no one else.
+    TavoBrowserTabs& browserTabs() const { return *m_browserTabs; }
+    BrowserWorkspace* browser() const { return m_browser; }
+
+    // A page in a new tab of the built-in browser, brought to the front: website shortcuts and
+    // other sections' links.
+    void openTavoBrowser(const QString& url);
 
     // "Paste many" and "Bulk media", from the Add menu, the File menu and the picker.
     void openBulkSheet();
@@ -87,6 +99,7 @@ private:
     void buildFileMenu();
     void openSectionAt(int index);
     void focusPageSearch();
+    void showBrowser();
 
     DB& m_db;
     TavoAccountStore& m_accounts;
@@ -106,6 +119,10 @@ private:
     ApiConfigurationPage* m_apiConfiguration = nullptr;
     AppBuilderPage* m_appBuilder = nullptr;
     ExchangeActions* m_exchange = nullptr;
+    TavoBrowserTabs* m_browserTabs = nullptr;
+    BrowserWorkspace* m_browser = nullptr;
+    QDeadlineTimer m_inFrontUntil; // expired unless a page was just opened from elsewhere
+    bool m_reactivationScheduled = false;
     QList<QAction*> m_fileActions;
     bool m_sidebarCollapsed = false;
     bool m_sidebarHidden = false;

@@ -1,5 +1,6 @@
 #include "shell/settings_page.h"
 
+#include "engine/expansion_runner.h"
 #include "picker/picker_geometry.h"
 #include "shell/main_window.h"
 #include "shell/ui/card.h"
@@ -32,6 +33,7 @@ SettingsPage::SettingsPage(TavoAccountStore& accounts, Defaults& defaults, QWidg
     , m_autostart(new QCheckBox(QStringLiteral("Start Tavo when I log in"), this))
     , m_menuLabels(new QCheckBox(QStringLiteral("Hide menu labels"), this))
     , m_menuHidden(new QCheckBox(QStringLiteral("Hide left menu completely"), this))
+    , m_websitesIn(new QComboBox(this))
     , m_area(new QComboBox(this))
     , m_transparency(new QSlider(Qt::Horizontal, this))
     , m_transparencyText(new QLabel(this))
@@ -70,6 +72,19 @@ SettingsPage::SettingsPage(TavoAccountStore& accounts, Defaults& defaults, QWidg
             emit noticeRequested(QStringLiteral("Could not change the log-in start of Tavo."));
         }
     });
+
+    auto* browser = new Card(QStringLiteral("Browser"), QStringLiteral("internet-web-browser"), this);
+    m_websitesIn->setObjectName(QStringLiteral("websiteShortcutsIn"));
+    m_websitesIn->addItem(QStringLiteral("Tavo Browser"), false);
+    m_websitesIn->addItem(QStringLiteral("my default browser"), true);
+    m_websitesIn->setCurrentIndex(m_defaults.flag(websiteShortcutsInDefaultBrowserKey) ? 1 : 0);
+    design::name(m_websitesIn, QStringLiteral("Open website shortcuts in:"));
+    connect(m_websitesIn, &QComboBox::currentIndexChanged, this, [this] {
+        m_defaults.setBoolean(websiteShortcutsInDefaultBrowserKey, m_websitesIn->currentData().toBool());
+    });
+    auto* browserForm = new QFormLayout;
+    browserForm->addRow(QStringLiteral("Open website shortcuts in:"), m_websitesIn);
+    browser->body()->addLayout(browserForm);
 
     auto* window = new Card(QStringLiteral("Side menu"), QStringLiteral("sidebar-collapse"), this);
     window->body()->addWidget(m_menuLabels);
@@ -124,6 +139,7 @@ SettingsPage::SettingsPage(TavoAccountStore& accounts, Defaults& defaults, QWidg
     left->addWidget(account);
     left->addWidget(keyboard);
     left->addWidget(startUp);
+    left->addWidget(browser);
     left->addStretch();
     right->addWidget(picker);
     right->addWidget(window);

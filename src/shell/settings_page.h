@@ -15,8 +15,8 @@ class Card;
 class Defaults;
 class TavoAccountStore;
 
-// Settings as titled groups: the account, keyboard access, start-up, the side menu and the
-// picker's size and transparency.
+// Settings as titled groups: the account, keyboard access, start-up, where website shortcuts
+// open, the side menu and the picker's size and transparency.
 class SettingsPage : public QWidget
 {
     Q_OBJECT
@@ -45,6 +45,7 @@ private:
     QCheckBox* m_autostart;
     QCheckBox* m_menuLabels;
     QCheckBox* m_menuHidden;
+    QComboBox* m_websitesIn;
     QComboBox* m_area;
     QSlider* m_transparency;
     QLabel* m_transparencyText;

@@ -111,6 +111,7 @@ bool TavoApplication::start()
     connect(m_pasteboard.get(), &QtPasteboard::dataRequested, m_runner.get(), &ExpansionRunner::pasteTaken);
     connect(m_runner.get(), &ExpansionRunner::noticeChanged, this, &TavoApplication::showNotice);
     connect(m_runner.get(), &ExpansionRunner::showSelfRequested, this, &TavoApplication::showMainWindow);
+    connect(m_runner.get(), &ExpansionRunner::tavoBrowserRequested, m_window.get(), &MainWindow::openTavoBrowser);
     connect(m_delegate.get(), &QuillAppDelegate::tapFailed, this, [this](const QString& reason) {
         m_window->setKeyboardProblem(reason);
         m_window->setWarning(tapFailedNotice);

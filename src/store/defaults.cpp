@@ -3,12 +3,15 @@
 #include "store/store_files.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QLockFile>
 #include <QStandardPaths>
+
+#include <sys/stat.h>
 
 namespace tavo {
 
@@ -41,12 +44,28 @@ QString Defaults::defaultFilePath()
            QStringLiteral("/Tavo/defaults.json");
 }
 
+Defaults::FileIdentity Defaults::identityOf(const QString& path)
+{
+    struct stat info
+    {
+    };
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0) {
+        return {};
+    }
+    return {qint64(info.st_dev), qint64(info.st_ino), qint64(info.st_size),
+            qint64(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec};
+}
+
 QJsonObject Defaults::readFile()
 {
+    // Taken before the read: a write landing meanwhile shows as a change on the next look.
+    const FileIdentity identity = identityOf(m_filePath);
     const JsonRead read = readJsonFile(m_filePath);
     if (read.status == ReadStatus::Ok && read.document.isObject()) {
+        m_known = identity;
         return read.document.object();
     }
+    m_known = {};
     if (read.status != ReadStatus::Missing) {
         m_lostUnreadableFile = true;
     }
@@ -192,15 +211,22 @@ void Defaults::updateAll(const std::function<void(QJsonObject&)>& change)
     const bool locked = lock.tryLock(lockTimeoutMs);
 
     // Merge into what is on disk now, so keys another process wrote since our last read survive.
-    const JsonRead read = readJsonFile(m_filePath);
-    if (read.status == ReadStatus::Ok && read.document.isObject()) {
-        m_values = read.document.object();
-    } else if (read.status == ReadStatus::Unreadable) {
-        m_lostUnreadableFile = true;
-        keepUnreadableAside(m_filePath);
+    // Parsing the file is most of a write's time: a file that is still the one we last read or
+    // wrote is skipped, as it holds exactly our values.
+    const FileIdentity onDisk = identityOf(m_filePath);
+    if (onDisk.inode < 0 || onDisk != m_known) {
+        const JsonRead read = readJsonFile(m_filePath);
+        if (read.status == ReadStatus::Ok && read.document.isObject()) {
+            m_values = read.document.object();
+        } else if (read.status == ReadStatus::Unreadable) {
+            m_lostUnreadableFile = true;
+            keepUnreadableAside(m_filePath);
+        }
     }
     change(m_values);
-    writeJsonAtomically(m_filePath, QJsonDocument(m_values));
+    // Only a file written whole under the lock is known; otherwise the next write reads again.
+    const bool written = writeJsonAtomically(m_filePath, QJsonDocument(m_values));
+    m_known = written && locked ? identityOf(m_filePath) : FileIdentity();
     if (locked) {
         lock.unlock();
     }
@@ -209,12 +235,18 @@ void Defaults::updateAll(const std::function<void(QJsonObject&)>& change)
 
 void Defaults::reload()
 {
+    const FileIdentity identity = identityOf(m_filePath);
+    if (identity.inode >= 0 && identity == m_known) {
+        return; // our own write, or nothing new
+    }
     const JsonRead read = readJsonFile(m_filePath);
     if (read.status == ReadStatus::Unreadable) {
         // Keep what we know; the file is set aside when we next write.
         m_lostUnreadableFile = true;
+        m_known = {};
         return;
     }
+    m_known = read.status == ReadStatus::Ok ? identity : FileIdentity();
     QJsonObject values = read.status == ReadStatus::Ok ? read.document.object() : QJsonObject();
     if (values != m_values) {
         m_values = std::move(values);

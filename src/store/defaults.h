@@ -84,8 +84,21 @@ private:
     void updateAll(const std::function<void(QJsonObject&)>& change);
     QJsonObject readFile();
 
+    // Which file `m_values` was read from or written to. An atomic write makes a new file, so
+    // another process's write always shows as a new identity, and an unchanged one needs no read.
+    struct FileIdentity
+    {
+        qint64 device = -1;
+        qint64 inode = -1;
+        qint64 size = -1;
+        qint64 modifiedNs = -1;
+        bool operator==(const FileIdentity&) const = default;
+    };
+    static FileIdentity identityOf(const QString& path);
+
     QString m_filePath;
     QJsonObject m_values;
+    FileIdentity m_known; // none (the default) until read or written
     bool m_lostUnreadableFile = false;
     QFileSystemWatcher* m_watcher = nullptr;
 };

@@ -4,6 +4,7 @@
 #include "store/collection_rules.h"
 #include "store/defaults.h"
 #include "store/list_merge.h"
+#include "store/restore_journal.h"
 #include "store/store_files.h"
 
 #include <QCoreApplication>
@@ -14,6 +15,7 @@
 #include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QJsonArray>
+#include <QJsonValue>
 #include <QLockFile>
 #include <QLoggingCategory>
 #include <QPointer>
@@ -236,6 +238,110 @@ StampedList<T> readStamped(const QString& path)
     return read;
 }
 
+// What one change of the shortcuts under their lock wrote.
+struct ClipsUpdated
+{
+    bool written = false;
+    bool sameAsOurs = false; // the list written is the list this process began from
+    QList<Clip> list;
+    FileStamp stamp;
+};
+
+// Reads clips.json under its lock, merges in `ours` (this process's unsaved changes since `base`),
+// applies `change` and writes the result when it differs. Touches nothing but the file, so it
+// runs on any thread.
+ClipsUpdated updateClipsFile(const QString& path, const QList<Clip>& base, const QList<Clip>& ours,
+                             const std::function<void(QList<Clip>&)>& change)
+{
+    ClipsUpdated updated;
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QLockFile lock(path + QStringLiteral(".lock"));
+    // Unlike a save, no write without the lock: the change is decided on what is read under it.
+    if (!lock.tryLock(lockTimeoutMs)) {
+        qCWarning(lcStore) << "could not lock" << path << "to change the shortcuts";
+        return updated;
+    }
+    QList<Clip> read;
+    bool readable = false;
+    if (std::optional<QList<Clip>> onDisk = readList<Clip>(path)) {
+        read = std::move(*onDisk);
+        readable = true;
+    } else if (QFileInfo::exists(path)) {
+        if (!keepAside(path)) {
+            return updated; // replacing a file that can be neither read nor copied could lose it
+        }
+        read = ours;
+    } else {
+        read = ours; // nothing written yet: the list in memory is all there is
+    }
+    // The file's order stands (an import puts shortcuts at its start); only unsaved changes of
+    // ours need merging, which would move their additions to the end.
+    updated.list = readable && ours != base ? mergeById(base, ours, read) : read;
+    change(updated.list);
+    if (!readable || updated.list != read) {
+        if (!writeFileAtomically(path, encodeList(updated.list))) {
+            return updated;
+        }
+    }
+    updated.written = true;
+    updated.stamp = stampOf(path);
+    updated.sameAsOurs = updated.list == ours;
+    return updated;
+}
+
+// What a profile replacement wrote: `committed` once the journal is down, from when on the
+// replacement stands; `replacedAll` when every file was replaced too.
+struct ProfileReplaced
+{
+    bool committed = false;
+    bool replacedAll = false;
+    QHash<QString, FileStamp> stamps;
+};
+
+ProfileReplaced replaceProfileFiles(const QString& folder, const DB::Replacement& replacement, RestoreJournal& journal)
+{
+    ProfileReplaced replaced;
+    QDir().mkpath(folder);
+    QLockFile lock(folder + u'/' + clipsFile + QStringLiteral(".lock"));
+    if (!lock.tryLock(lockTimeoutMs)) {
+        qCWarning(lcStore) << "could not lock" << folder << "to replace the profile";
+        return replaced;
+    }
+    if (replacement.keepCurrent && !replacement.keepCurrent()) {
+        return replaced;
+    }
+    QList<QPair<QString, QByteArray>> files{{clipsFile, encodeList(replacement.clips)}};
+    if (replacement.collections) {
+        files.append(
+            {collectionsFile,
+             QJsonDocument(QJsonArray::fromStringList(*replacement.collections)).toJson(QJsonDocument::Compact)});
+    }
+    if (replacement.definitions) {
+        files.append({definitionsFile, encodeList(*replacement.definitions)});
+    }
+    if (replacement.records) {
+        files.append({recordsFile, encodeList(*replacement.records)});
+    }
+    for (const auto& [name, bytes] : files) {
+        journal.files.append(name);
+        if (!stageRestoreFile(folder, name, bytes)) {
+            endRestoreJournal(folder, journal);
+            return replaced;
+        }
+    }
+    if (!writeRestoreJournal(folder, journal)) {
+        endRestoreJournal(folder, journal);
+        return replaced;
+    }
+    replaced.committed = true;
+    replaced.replacedAll = std::all_of(journal.files.cbegin(), journal.files.cend(),
+                                       [&](const QString& name) { return replaceWithStaged(folder, name); });
+    for (const QString& name : std::as_const(journal.files)) {
+        replaced.stamps.insert(folder + u'/' + name, stampOf(folder + u'/' + name));
+    }
+    return replaced;
+}
+
 } // namespace
 
 // What an activation reads of a profile folder; the heavy part of a sign-in.
@@ -280,6 +386,7 @@ DB::DB(Defaults& defaults, const QString& rootFolder, Access access, QObject* pa
 
     if (!m_readOnly) {
         QDir().mkpath(m_dir);
+        finishInterruptedRestore(m_dir, m_defaults);
     }
     bool readable = false;
     QList<Clip> clips = readClips(filePath(clipsFile), &readable);
@@ -315,7 +422,7 @@ void DB::writeInBackground()
 bool DB::savesPending() const
 {
     // A save asked for during a write is only ever pending beside one in flight.
-    return m_clipsSave.inFlight || m_definitionsSave.inFlight || m_recordsSave.inFlight;
+    return m_clipsSave.inFlight || m_definitionsSave.inFlight || m_recordsSave.inFlight || m_clipsUpdates > 0;
 }
 
 void DB::waitForSaves()
@@ -568,55 +675,168 @@ bool DB::save()
     return written;
 }
 
-bool DB::updateClips(const std::function<void(QList<Clip>&)>& change)
+void DB::runStoreJob(std::function<std::function<void()>()> job)
 {
-    if (m_readOnly) {
-        return false;
+    if (!m_writer) {
+        job()();
+        return;
     }
-    // The read below must see our own latest save, so the file holds every change of ours but
-    // the unsaved ones, which are merged in.
-    waitForSaves();
-    const QString path = filePath(clipsFile);
-    QDir().mkpath(m_dir);
-    QLockFile lock(path + QStringLiteral(".lock"));
-    // Unlike save(), no write without the lock: the change is decided on what is read under it.
-    if (!lock.tryLock(lockTimeoutMs)) {
-        qCWarning(lcStore) << "could not lock" << path << "to change the shortcuts";
-        return false;
-    }
-
-    QList<Clip> read;
-    bool readable = false;
-    if (std::optional<QList<Clip>> onDisk = readList<Clip>(path)) {
-        read = std::move(*onDisk);
-        readable = true;
-    } else if (QFileInfo::exists(path)) {
-        if (!keepAside(path)) {
-            return false; // replacing a file that can be neither read nor copied could lose it
+    m_writer->post([this, job = std::move(job)] {
+        std::function<void()> takeIn = job();
+        {
+            std::lock_guard lock(m_finishedMutex);
+            m_finished.append(std::move(takeIn));
         }
-        read = m_clips;
-    } else {
-        read = m_clips; // nothing written yet: the list in memory is all there is
-    }
-    // The file's order stands (an import puts shortcuts at its start); only unsaved changes of
-    // ours need merging, which would move their additions to the end.
-    QList<Clip> updated = readable && m_clips != m_clipsBase ? mergeById(m_clipsBase, m_clips, read) : read;
-    change(updated);
+        QMetaObject::invokeMethod(this, &DB::takeFinishedSaves, Qt::QueuedConnection);
+    });
+}
 
-    if (!readable || updated != read) {
-        if (!writeFileAtomically(path, encodeList(updated))) {
+namespace {
+
+// `done` unless its context went away meanwhile.
+DB::Finished guarded(QObject* context, DB::Finished done)
+{
+    return [context = QPointer<QObject>(context), hasContext = context != nullptr, done = std::move(done)](bool ok) {
+        if (done && (!hasContext || context)) {
+            done(ok);
+        }
+    };
+}
+
+} // namespace
+
+bool DB::takeInClips(const QList<Clip>& sent, const QList<Clip>& written, bool sameAsSent, const FileStamp& stamp)
+{
+    const QString path = filePath(clipsFile);
+    dropInBackground(std::exchange(m_clipsBase, written));
+    m_stamps.insert(path, stamp);
+    if (m_settle && stampOf(path) != stamp) {
+        m_settle->start(); // another process wrote it after us: reload skipped it meanwhile
+    }
+    // The lists are shared while nothing changed meanwhile, which makes the comparison free.
+    if (m_clips == sent) {
+        if (sameAsSent) {
             return false;
         }
+        dropInBackground(std::exchange(m_clips, written));
+        return true;
     }
-    remember(path);
-    lock.unlock();
-
-    m_clipsBase = updated;
-    if (updated != m_clips) {
-        m_clips = std::move(updated);
-        emit clipsChanged();
+    // Edits made while the file was being changed come in over the file's order, so an import
+    // stays at the start of the list.
+    QList<Clip> merged = mergeById(sent, written, m_clips);
+    if (merged == m_clips) {
+        return false;
     }
+    dropInBackground(std::exchange(m_clips, std::move(merged)));
     return true;
+}
+
+void DB::updateClips(ClipsChange change, QObject* context, Finished done)
+{
+    const Finished finish = guarded(context, std::move(done));
+    if (m_readOnly) {
+        finish(false);
+        return;
+    }
+    ++m_clipsUpdates;
+    const QString path = filePath(clipsFile);
+    runStoreJob([this, path, base = m_clipsBase, ours = m_clips, change = std::move(change), finish] {
+        ClipsUpdated updated = updateClipsFile(path, base, ours, change);
+        return [this, path, ours, updated = std::move(updated), finish] {
+            --m_clipsUpdates;
+            if (updated.written && path == filePath(clipsFile) &&
+                takeInClips(ours, updated.list, updated.sameAsOurs, updated.stamp)) {
+                emit clipsChanged();
+            }
+            finish(updated.written);
+        };
+    });
+}
+
+bool DB::updateClips(const ClipsChange& change)
+{
+    std::optional<bool> outcome;
+    updateClips(change, nullptr, [&outcome](bool written) { outcome = written; });
+    while (!outcome && m_writer) {
+        m_writer->waitUntilIdle();
+        takeFinishedSaves();
+    }
+    return outcome.value_or(false);
+}
+
+void DB::replaceProfile(Replacement replacement, QObject* context, Finished done)
+{
+    const Finished finish = guarded(context, std::move(done));
+    if (m_readOnly) {
+        finish(false);
+        return;
+    }
+    RestoreJournal journal;
+    if (replacement.collections) {
+        journal.settings.append({m_collectionDefaultsKey, QJsonArray::fromStringList(*replacement.collections)});
+    }
+    if (replacement.hiddenCollections) {
+        journal.settings.append({m_hiddenDefaultsKey, QJsonArray::fromStringList(*replacement.hiddenCollections)});
+    }
+    ++m_clipsUpdates;
+    auto shared = std::make_shared<Replacement>(std::move(replacement));
+    runStoreJob([this, folder = m_dir, ours = m_clips, shared, journal, finish]() mutable {
+        const ProfileReplaced replaced = replaceProfileFiles(folder, *shared, journal);
+        shared->keepCurrent = nullptr;
+        return [this, folder, ours, shared, journal, replaced, finish] {
+            --m_clipsUpdates;
+            if (!replaced.committed || folder != m_dir) {
+                // Another profile's journal is finished when that profile is opened again.
+                finish(replaced.committed);
+                return;
+            }
+            for (auto it = replaced.stamps.cbegin(); it != replaced.stamps.cend(); ++it) {
+                m_stamps.insert(it.key(), it.value());
+            }
+            // Everything in memory changes first and is announced after, so whatever rebuilds on
+            // one signal (the tap's snapshot) never sees half of the old profile with the new.
+            const Replacement& with = *shared;
+            const bool newCollections = with.collections && *with.collections != m_collections;
+            if (newCollections) {
+                m_collections = *with.collections;
+            }
+            const bool newHidden = with.hiddenCollections && *with.hiddenCollections != m_hiddenCollections;
+            if (newHidden) {
+                m_hiddenCollections = *with.hiddenCollections;
+            }
+            const bool newClips = takeInClips(ours, with.clips, false, replaced.stamps.value(filePath(clipsFile)));
+            if (with.definitions) {
+                m_definitionsBase = *with.definitions;
+                dropInBackground(std::exchange(m_collectionDefinitions, *with.definitions));
+            }
+            if (with.records) {
+                m_recordsBase = *with.records;
+                dropInBackground(std::exchange(m_collectionRecords, *with.records));
+            }
+            if (!journal.settings.isEmpty()) {
+                m_defaults.setValues(journal.settings);
+            }
+            if (replaced.replacedAll) {
+                endRestoreJournal(folder, journal);
+            } // else the journal stays and the next open replaces what is left
+            if (newCollections) {
+                emit collectionsChanged();
+            }
+            if (newHidden) {
+                emit hiddenCollectionsChanged();
+            }
+            if (newClips) {
+                emit clipsChanged();
+            }
+            if (with.definitions) {
+                emit collectionDefinitionsChanged();
+            }
+            if (with.records) {
+                emit collectionRecordsChanged();
+            }
+            finish(true);
+        };
+    });
 }
 
 bool DB::saveCollectionLibrary()
@@ -764,6 +984,8 @@ void DB::activateProfile(const QString& identity, const std::optional<QString>& 
     const QString folder = profileFolder(slug);
     if (!m_readOnly) {
         QDir().mkpath(folder);
+        // A restore cut short is finished before anything reads the profile.
+        finishInterruptedRestore(folder, m_defaults);
     }
 
     const QString profileClips = folder + u'/' + clipsFile;
@@ -890,7 +1112,8 @@ void DB::reloadInBackground(const QString& name, QList<T> DB::*current, QList<T>
                             SaveSlot DB::*slot)
 {
     const QString path = filePath(name);
-    if ((this->*slot).inFlight || m_stamps.value(path) == stampOf(path)) {
+    const bool updating = name == clipsFile && m_clipsUpdates > 0; // looked at again when taken in
+    if ((this->*slot).inFlight || updating || m_stamps.value(path) == stampOf(path)) {
         return;
     }
     // Saves asked for meanwhile wait, so that they build on what the file holds now.

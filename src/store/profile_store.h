@@ -97,14 +97,40 @@ public:
 
     // True when written, or, writing in the background, when the write is on its way.
     bool save();
+
+    using ClipsChange = std::function<void(QList<Clip>&)>;
+    using Finished = std::function<void(bool written)>;
     // Changes the shortcuts as clips.json holds them now, with the file's lock held from the read
     // to the write, so no other process's change made meanwhile is lost: `change` gets the list on
     // disk (with this store's unsaved changes merged in) and edits it in place. Written only when
     // `change` changed something; clipsChanged is emitted once when the list in memory changes.
-    // Saves still being written in the background are waited for first.
-    // False when nothing could be written: a read-only store, the lock not taken in time, a file
-    // that can be neither read nor kept aside, or a failed write. The list in memory then stays.
-    bool updateClips(const std::function<void(QList<Clip>&)>& change);
+    // Writing in the background, the read, `change`, the encoding and the write all run on the
+    // store's thread (so `change` may use only what it captured, never the store), and the new
+    // list replaces the one in memory in one step on this thread, edits made meanwhile kept.
+    // `done` runs on this thread once the list in memory is the new one, unless `context` is gone
+    // by then; in place, before this returns.
+    // Not written: a read-only store, the lock not taken in time, a file that can be neither read
+    // nor kept aside, or a failed write. The list in memory then stays.
+    void updateClips(ClipsChange change, QObject* context, Finished done);
+    // The same, waiting for the outcome.
+    bool updateClips(const ClipsChange& change);
+
+    // A whole profile as a restore brings it: the shortcuts, and what the backup carried of the
+    // rest. `keepCurrent` runs first under the shortcuts' lock (on the store's thread when writing
+    // in the background) to keep copies of the files about to be replaced; false stops it all.
+    struct Replacement
+    {
+        QList<Clip> clips;
+        std::optional<QStringList> collections;
+        std::optional<QStringList> hiddenCollections;
+        std::optional<QList<CollectionDefinition>> definitions;
+        std::optional<QList<CollectionRecord>> records;
+        std::function<bool()> keepCurrent;
+    };
+    // Replaces the profile through a journal, so that a kill at any moment leaves it all old or
+    // all new (the next open finishes it). Runs like updateClips: the file work on the store's
+    // thread when writing in the background, the lists and settings taken in at once after.
+    void replaceProfile(Replacement replacement, QObject* context, Finished done);
     bool saveCollectionLibrary();
     void loadCollectionLibrary();
 
@@ -163,6 +189,11 @@ private:
     void reloadInBackground(const QString& name, QList<T> DB::*current, QList<T> DB::*base, void (DB::*changed)(),
                             SaveSlot DB::*slot);
     void takeFinishedSaves();
+    // Runs `job` on the store's thread, or here when writing in place; `takeIn` then runs here.
+    void runStoreJob(std::function<std::function<void()>()> job);
+    // The shortcuts a change on the store's thread wrote, in place of `sent` (the list it began
+    // from); whether the list in memory changed. Announcing it is the caller's.
+    bool takeInClips(const QList<Clip>& sent, const QList<Clip>& written, bool sameAsSent, const FileStamp& stamp);
     template<typename T>
     void dropInBackground(QList<T>&& list);
     struct ProfileRead;
@@ -183,7 +214,8 @@ private:
     SaveSlot m_clipsSave;
     SaveSlot m_definitionsSave;
     SaveSlot m_recordsSave;
-    int m_activation = 0; // counts sign-ins that read in the background
+    int m_clipsUpdates = 0; // updates and replacements of the shortcuts on their way
+    int m_activation = 0;   // counts sign-ins that read in the background
     std::mutex m_finishedMutex;
     QList<std::function<void()>> m_finished; // outcomes of background writes, taken in on our thread
 

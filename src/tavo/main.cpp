@@ -43,6 +43,14 @@ void quitOnTerminationSignals(QApplication& app)
 
 int main(int argc, char* argv[])
 {
+    // The Browser section's web engine shares its GL contexts with the windows; it must be said
+    // before the application exists.
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    // Chromium's sandbox cannot start for root and would abort the whole process the first time
+    // a page shows; a root session (containers, test machines) runs the web engine without it.
+    if (::geteuid() == 0 && !qEnvironmentVariableIsSet("QTWEBENGINE_DISABLE_SANDBOX")) {
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    }
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("tavo"));
     QApplication::setApplicationDisplayName(QStringLiteral("Tavo"));

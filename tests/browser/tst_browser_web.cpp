@@ -1,27 +1,45 @@
 // The browser's web layer end to end: real Chromium through Qt WebEngine on a real X server,
 // against an HTTP server of the test on 127.0.0.1.
 #include "browser/browser_tabs.h"
+#include "browser/web/browser_address_bar.h"
 #include "browser/web/browser_downloads.h"
+#include "browser/web/browser_home_page.h"
 #include "browser/web/browser_magnifier_lens.h"
+#include "browser/web/browser_private_gate.h"
 #include "browser/web/browser_status_strip.h"
 #include "browser/web/browser_workspace.h"
 #include "browser/web/download_names.h"
 #include "browser/web/tavo_web_view.h"
+#include "browser/web/web_profiles.h"
+#include "platform/secret/libsecret_store.h"
 #include "store/defaults.h"
+#include "store/key_store.h"
 
 #include <QApplication>
 #include <QBuffer>
+#include <QComboBox>
+#include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QImage>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
 #include <QPointer>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QSplitter>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
+#include <QToolButton>
 #include <QWebEnginePage>
 #include <QWebEngineProfile>
 
@@ -117,6 +135,42 @@ QByteArray fileBytes(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+// Every file below Tavo's own data, cache and settings folders: path, size, time and content.
+QStringList tavoFiles()
+{
+    QStringList files;
+    for (const auto location : {QStandardPaths::GenericDataLocation, QStandardPaths::GenericCacheLocation,
+                                QStandardPaths::GenericConfigLocation}) {
+        QDirIterator it(QStandardPaths::writableLocation(location) + u"/Tavo"_s,
+                        QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QFileInfo info = it.nextFileInfo();
+            files.append(
+                u"%1 %2 %3 %4"_s.arg(info.filePath())
+                    .arg(info.size())
+                    .arg(info.lastModified().toMSecsSinceEpoch())
+                    .arg(QString::fromLatin1(
+                        QCryptographicHash::hash(fileBytes(info.filePath()), QCryptographicHash::Sha256).toHex())));
+        }
+    }
+    files.sort();
+    return files;
+}
+
+QJsonObject storedDefaults()
+{
+    return QJsonDocument::fromJson(fileBytes(Defaults::defaultFilePath())).object();
+}
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly)) {
+        file.write(bytes);
+    }
+}
+
 } // namespace
 
 class TestBrowserWeb : public QObject
@@ -134,7 +188,13 @@ private slots:
     void magnifierSourceRect_data();
     void magnifierSourceRect();
 
+    void incognitoLeavesNoTrace();
     void pageTitleReachesTab();
+    void splitShowsTwoTabs();
+    void privateGate_data();
+    void privateGate();
+    void importChromeBookmarks_data();
+    void importChromeBookmarks();
     void downloadsLandOnDesktop_data();
     void downloadsLandOnDesktop();
     void windowOpenStaysInTab();
@@ -147,6 +207,7 @@ private:
     void loadInNewTab(const QString& url, const QString& title);
 
     QString m_desktop;
+    LibsecretStore m_keyring;
     std::unique_ptr<TestServer> m_server;
     std::unique_ptr<Defaults> m_defaults;
     std::unique_ptr<TavoBrowserTabs> m_tabs;
@@ -157,6 +218,7 @@ void TestBrowserWeb::initTestCase()
 {
     m_desktop = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
     QVERIFY(m_desktop.startsWith(QDir::homePath()));
+    KeyStore::setBackend(&m_keyring);
     QVERIFY(QDir().mkpath(m_desktop));
     m_server = std::make_unique<TestServer>();
     m_defaults = std::make_unique<Defaults>();
@@ -287,6 +349,243 @@ void TestBrowserWeb::pageTitleReachesTab()
     QVERIFY(!view->page()->profile()->isOffTheRecord());
 }
 
+void TestBrowserWeb::incognitoLeavesNoTrace()
+{
+    m_tabs->ensureCollection(u"Reading"_s); // the normal workspace has something stored
+    m_tabs->flush();
+    QTest::qWait(200);
+    const QStringList files = tavoFiles();
+    const QJsonObject defaults = storedDefaults();
+    QVERIFY(!defaults.isEmpty());
+    QVERIFY(files.filter(u"defaults.json"_s).size() == 1);
+
+    m_tabs->toggleIncognito();
+    loadInNewTab(m_server->url(u"/page"_s), u"Hello Tavo"_s);
+    const QString first = m_tabs->selectedID();
+    QVERIFY(m_workspace->currentView()->page()->profile()->isOffTheRecord());
+    m_tabs->saveCurrent(QString(), m_tabs->current()->url, {u"kept"_s}, u"nowhere"_s, u"Incognito finds"_s);
+    loadInNewTab(m_server->url(u"/second"_s), u"Second"_s);
+    m_tabs->setZoom(1.5);
+    m_tabs->toggleSplit();
+    m_tabs->setSecondaryID(first);
+    QTRY_VERIFY(m_workspace->secondaryView());
+    QTest::qWait(1000); // time for anything Chromium would write behind the pages
+    QCOMPARE(tavoFiles(), files);
+    QCOMPARE(storedDefaults(), defaults);
+
+    m_tabs->toggleIncognito();
+    QVERIFY(!m_tabs->splitEnabled());
+    QCOMPARE(storedDefaults(), defaults);
+}
+
+void TestBrowserWeb::splitShowsTwoTabs()
+{
+    loadInNewTab(m_server->url(u"/page"_s), u"Hello Tavo"_s);
+    const QString first = m_tabs->selectedID();
+    loadInNewTab(m_server->url(u"/second"_s), u"Second"_s);
+    const QString second = m_tabs->selectedID();
+    QVERIFY(m_workspace->splitter()->widget(1)->isHidden());
+
+    // The tool puts the first other tab, here Home, beside the current one.
+    m_workspace->addressBar()->splitTool()->click();
+    QVERIFY(m_tabs->splitEnabled());
+    QCOMPARE(m_tabs->secondaryID(), homeTabID);
+    QTRY_VERIFY(m_workspace->splitter()->widget(1)->isVisible());
+    QVERIFY(qobject_cast<BrowserHomePage*>(m_workspace->secondaryPage()));
+    QCOMPARE(m_workspace->primaryLabel()->text(), u"Second"_s);
+    QVERIFY(!m_workspace->secondaryView());
+
+    // The picker offers every other tab; choosing one shows its page on the right.
+    QComboBox* picker = m_workspace->secondTabPicker();
+    const int index = picker->findData(first);
+    QVERIFY(index >= 0);
+    QCOMPARE(picker->findData(second), -1);
+    picker->setCurrentIndex(index);
+    emit picker->activated(index);
+    QCOMPARE(m_tabs->secondaryID(), first);
+    QTRY_VERIFY(m_workspace->secondaryView());
+    QCOMPARE(m_workspace->secondaryView()->tabID(), first);
+    QCOMPARE(m_workspace->currentView()->tabID(), second);
+
+    // The address bar follows the focused pane, and goes where it is sent from there.
+    QLineEdit* address = m_workspace->addressBar()->addressField();
+    m_workspace->activateWindow();
+    m_workspace->secondaryView()->setFocus();
+    QTRY_COMPARE(address->text(), m_server->url(u"/page"_s));
+    address->setText(m_server->url(u"/second"_s));
+    QMetaObject::invokeMethod(address, "returnPressed");
+    QTRY_COMPARE_WITH_TIMEOUT(m_workspace->secondaryView()->url().toString(), m_server->url(u"/second"_s), loadTimeout);
+    QCOMPARE(m_tabs->selectedID(), second);
+    m_workspace->currentView()->setFocus();
+    QTRY_COMPARE(address->text(), m_tabs->address());
+
+    // Swapping trades the panes' tabs, each keeping its page.
+    TavoWebView* left = m_workspace->currentView();
+    TavoWebView* right = m_workspace->secondaryView();
+    m_workspace->swapTool()->click();
+    QCOMPARE(m_tabs->selectedID(), first);
+    QCOMPARE(m_tabs->secondaryID(), second);
+    QTRY_COMPARE(m_workspace->currentView(), right);
+    QCOMPARE(m_workspace->secondaryView(), left);
+
+    // A closed second tab leaves the pane empty; the tool ends the split.
+    m_tabs->close(second);
+    QTRY_VERIFY(!m_workspace->secondaryView());
+    QCOMPARE(picker->currentIndex(), -1);
+    m_workspace->addressBar()->splitTool()->click();
+    QVERIFY(!m_tabs->splitEnabled());
+    QTRY_VERIFY(m_workspace->splitter()->widget(1)->isHidden());
+}
+
+void TestBrowserWeb::privateGate_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("confirmation");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("message"); // empty when Private Mode opens
+    // In order: the first rows set the passcode up, the later ones meet it.
+    QTest::newRow("set up: five digits") << u"12345"_s << u"12345"_s << u"Set up Private Mode"_s
+                                         << BrowserPrivateGate::enterAllDigits;
+    QTest::newRow("set up: letters dropped, confirmation differs")
+        << u"4a8b29c17"_s << u"482918"_s << u"Set up Private Mode"_s << BrowserPrivateGate::passcodesDoNotMatch;
+    QTest::newRow("set up: passcode created") << u"4829170"_s << u"482917"_s << u"Set up Private Mode"_s << QString();
+    QTest::newRow("unlock: wrong passcode")
+        << u"111111"_s << QString() << u"Unlock Private Mode"_s << BrowserPrivateGate::didNotUnlock;
+    QTest::newRow("unlock: right passcode") << u"482917"_s << QString() << u"Unlock Private Mode"_s << QString();
+}
+
+void TestBrowserWeb::privateGate()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, confirmation);
+    QFETCH(QString, title);
+    QFETCH(QString, message);
+    BrowserAddressBar* bar = m_workspace->addressBar();
+    QVERIFY(bar->privateModeTool()->isVisible());
+    QVERIFY(!bar->lockTool()->isVisible());
+    loadInNewTab(m_server->url(u"/page"_s), u"Hello Tavo"_s);
+    const QString normalTab = m_tabs->selectedID();
+
+    bar->privateModeTool()->click();
+    QPointer<BrowserPrivateGateSheet> gate = m_workspace->privateGate();
+    QVERIFY(gate);
+    QTRY_VERIFY(gate->isVisible());
+    QCOMPARE(gate->windowTitle(), title);
+    QCOMPARE(gate->confirmationField() == nullptr, title.startsWith(u"Unlock"_s));
+    QTest::keyClicks(gate->passcodeField(), typed);
+    QCOMPARE(gate->passcodeField()->text(), BrowserPrivateGate::fieldText(typed));
+    if (gate->confirmationField()) {
+        QTest::keyClicks(gate->confirmationField(), confirmation);
+    }
+    gate->submitButton()->click();
+    if (!message.isEmpty()) {
+        QCOMPARE(gate->message(), message);
+        QVERIFY(gate->isVisible());
+        QVERIFY(!m_tabs->isPrivateMode());
+        gate->reject();
+        QTRY_VERIFY(!gate);
+        return;
+    }
+    QTRY_VERIFY(!gate);
+    QVERIFY(m_tabs->isPrivateMode());
+    QVERIFY(bar->lockTool()->isVisible());
+    QVERIFY(!bar->privateModeTool()->isVisible());
+
+    // Pages of Private Mode live on its own lasting profile, apart from the normal one.
+    loadInNewTab(m_server->url(u"/second"_s), u"Second"_s);
+    TavoWebView* view = m_workspace->currentView();
+    QCOMPARE(view->identity(), m_tabs->selectedID() + u"-private"_s);
+    QVERIFY(!view->page()->profile()->isOffTheRecord());
+    const QString privateStore = view->page()->profile()->persistentStoragePath();
+    QCOMPARE(privateStore, WebProfiles::dataFolder() + u"/Private-"_s + m_tabs->privateWebsiteDataStoreID());
+
+    bar->lockTool()->click();
+    QVERIFY(!m_tabs->isPrivateMode());
+    QVERIFY(bar->privateModeTool()->isVisible());
+    m_tabs->select(normalTab);
+    QTRY_VERIFY(m_workspace->currentView() && m_workspace->currentView()->identity() == normalTab + u"-normal"_s);
+    QVERIFY(m_workspace->currentView()->page()->profile()->persistentStoragePath() != privateStore);
+}
+
+void TestBrowserWeb::importChromeBookmarks_data()
+{
+    QTest::addColumn<QStringList>("folders"); // made under the configuration folder
+    QTest::addColumn<QString>("startsIn");    // "" for the home folder
+    QTest::addColumn<QString>("fileName");    // "" cancels the dialog
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("importedURL");
+    const QByteArray exported = "<DL><p><DT><H3>Tax &amp; Work</H3><DL><p>"
+                                "<DT><A HREF=\"https://example.org/tax\">Tax form</A></DL><p></DL>";
+    const QByteArray profile = R"({"roots": {"bookmark_bar": {"type": "folder", "name": "Bar", "children": [
+        {"type": "url", "name": "Docs", "url": "https://example.org/docs"},
+        {"type": "url", "name": "News", "url": "https://example.org/news"}]}}})";
+    QTest::newRow("Chrome's folder first, an HTML export")
+        << QStringList{u"google-chrome"_s, u"chromium"_s} << u"google-chrome"_s << u"export.html"_s << exported
+        << u"Imported 1 Chrome bookmark(s), with folders saved as Tavo collections."_s << u"https://example.org/tax"_s;
+    QTest::newRow("then Chromium's, a profile's Bookmarks")
+        << QStringList{u"chromium"_s} << u"chromium"_s << u"Bookmarks"_s << profile
+        << u"Imported 2 Chrome bookmark(s), with folders saved as Tavo collections."_s << u"https://example.org/news"_s;
+    QTest::newRow("else home, a file without bookmarks")
+        << QStringList() << QString() << u"notes.txt"_s << QByteArray("hello")
+        << u"No bookmarks found. Export Chrome bookmarks as HTML or choose a Chrome profile\u2019s Bookmarks file."_s
+        << QString();
+    QTest::newRow("cancelled") << QStringList() << QString() << QString() << QByteArray() << QString() << QString();
+}
+
+void TestBrowserWeb::importChromeBookmarks()
+{
+    QFETCH(QStringList, folders);
+    QFETCH(QString, startsIn);
+    QFETCH(QString, fileName);
+    QFETCH(QByteArray, content);
+    QFETCH(QString, message);
+    QFETCH(QString, importedURL);
+    const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
+    for (const QString& name : {u"google-chrome"_s, u"chromium"_s}) {
+        QDir(config + u'/' + name).removeRecursively();
+    }
+    for (const QString& name : folders) {
+        QVERIFY(QDir().mkpath(config + u'/' + name));
+    }
+    QTemporaryDir files;
+    const QString path = fileName.isEmpty() ? QString() : files.filePath(fileName);
+    if (!path.isEmpty()) {
+        writeFile(path, content);
+    }
+    QString askedIn;
+    m_workspace->setBookmarkFileChooser([&](QWidget*, const QString& folder) {
+        askedIn = folder;
+        return path;
+    });
+    m_tabs->dismissStatus();
+    QSignalSpy finished(m_workspace.get(), &BrowserWorkspace::chromeImportFinished);
+
+    // From the saved-links menu, where the import sits.
+    BrowserAddressBar* bar = m_workspace->addressBar();
+    // The menu runs its own loop while it is open.
+    QTimer::singleShot(300, bar->importTool(), [bar] {
+        QVERIFY(bar->importTool()->isVisible());
+        bar->importTool()->click();
+    });
+    bar->savedLinksTool()->showMenu();
+    QVERIFY(!bar->savedLinksTool()->menu()->isVisible());
+    QCOMPARE(askedIn, startsIn.isEmpty() ? QDir::homePath() : config + u'/' + startsIn);
+    if (path.isEmpty()) {
+        QTest::qWait(100);
+        QCOMPARE(finished.size(), 0);
+        QCOMPARE(m_tabs->browserMessage(), std::nullopt);
+        return;
+    }
+    QTRY_COMPARE(finished.size(), 1);
+    QCOMPARE(m_workspace->statusStrip()->text(), message);
+    const auto& saved = m_tabs->saved();
+    QCOMPARE(
+        std::any_of(saved.cbegin(), saved.cend(), [&](const TavoSavedSite& site) { return site.url == importedURL; }),
+        !importedURL.isEmpty());
+    m_workspace->setBookmarkFileChooser(chooseBookmarkFileInDialog);
+}
+
 void TestBrowserWeb::downloadsLandOnDesktop_data()
 {
     QTest::addColumn<QString>("path");
@@ -413,18 +712,22 @@ void TestBrowserWeb::lensMagnifiesThePage()
     BrowserMagnifierLens* lens = m_workspace->lens();
     lens->setWanted(true);
     QVERIFY(lens->isVisible());
-    // The first snapshot is the page as drawn: its size, and more than one colour in it.
-    const QImage& snapshot = lens->snapshot();
-    QVERIFY(!snapshot.isNull());
-    QCOMPARE(snapshot.size() / snapshot.devicePixelRatio(), m_workspace->currentView()->size());
-    const QImage pixels = snapshot.convertToFormat(QImage::Format_RGB32);
-    bool drawn = false;
-    for (int y = 0; y < pixels.height() && !drawn; y += 2) {
-        for (int x = 0; x < pixels.width() && !drawn; x += 2) {
-            drawn = pixels.pixel(x, y) != pixels.pixel(0, 0);
+    // A snapshot is the page as drawn: its size, and more than one colour in it once Chromium has
+    // painted the page, which may come a frame after its title.
+    const auto drawn = [](const QImage& snapshot) {
+        const QImage pixels = snapshot.convertToFormat(QImage::Format_RGB32);
+        for (int y = 0; y < pixels.height(); y += 2) {
+            for (int x = 0; x < pixels.width(); x += 2) {
+                if (pixels.pixel(x, y) != pixels.pixel(0, 0)) {
+                    return true;
+                }
+            }
         }
-    }
-    QVERIFY(drawn);
+        return false;
+    };
+    QVERIFY(!lens->snapshot().isNull());
+    QTRY_VERIFY_WITH_TIMEOUT(drawn(lens->snapshot()), 5000);
+    QCOMPARE(lens->snapshot().size() / lens->snapshot().devicePixelRatio(), m_workspace->currentView()->size());
     const QSizeF canvas = lens->parentWidget()->size();
     QCOMPARE(lens->center(), QPointF(canvas.width() * 0.52, canvas.height() * 0.48));
     QVERIFY(lens->geometry().contains(lens->center().toPoint()));

@@ -2,6 +2,7 @@
 
 #include <QPlainTextEdit>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QtTest>
 
 // A new user's first minutes: Tavo starts on a machine that has never seen it, asks for an
@@ -44,6 +45,16 @@ void TestFirstStart::initTestCase()
     handler.write(QStringLiteral("#!/bin/sh\nprintf '%s\\n' \"$1\" >> '%1'\n").arg(m_openedLog).toUtf8());
     handler.close();
     handler.setPermissions(handler.permissions() | QFile::ExeOwner);
+
+    // Website shortcuts go to that handler: the one setting made before the first start. (Tavo's
+    // own browser would load the page from the internet.)
+    const QString settings =
+        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/Tavo/defaults.json");
+    QVERIFY(QDir().mkpath(QFileInfo(settings).path()));
+    QFile defaults(settings);
+    QVERIFY(defaults.open(QIODevice::WriteOnly));
+    defaults.write(R"({"tavoWebsiteShortcutsInDefaultBrowser": true})");
+    defaults.close();
 
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("PATH"), bin + u':' + env.value(QStringLiteral("PATH")));

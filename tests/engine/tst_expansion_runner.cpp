@@ -119,6 +119,8 @@ private slots:
     void removalCaps_data();
     void removalCaps();
     void chosenRowRemovesWhatWasTyped();
+    void websitesOpenWhereTheSettingSays_data();
+    void websitesOpenWhereTheSettingSays();
     void nothingDone_data();
     void nothingDone();
     void theTapDecidesAnEndingKeyOnItsOwn_data();
@@ -240,8 +242,7 @@ void TestExpansionRunner::removalCaps_data()
     // A trigger the picker grew to 100 characters.
     QTest::addColumn<QString>("trigger");
     QTest::addColumn<QStringList>("log");
-    QTest::newRow("a website removes all of it")
-        << "\\docs.web" << words({"activate", "backspace x100", "open https://example.org/docs"});
+    QTest::newRow("a website removes all of it") << "\\docs.web" << words({"activate", "backspace x100"});
     QTest::newRow("an application stops at 80")
         << "\\term.app" << words({"activate", "backspace x80", "launch term.desktop"});
 }
@@ -267,6 +268,39 @@ void TestExpansionRunner::chosenRowRemovesWhatWasTyped()
     m_desktop->log.clear();
     m_runner->chooseClip(m_db->clips().first(), false);
     QCOMPARE(m_desktop->log, words({"activate", "backspace x0", "paste"}));
+}
+
+void TestExpansionRunner::websitesOpenWhereTheSettingSays_data()
+{
+    QTest::addColumn<QJsonValue>("inDefaultBrowser"); // undefined: never set
+    QTest::addColumn<QStringList>("events");          // the desktop's, the application's, the notices
+    const QStringList inTavo = words({"activate", "backspace x9", "Tavo Browser https://example.org/docs",
+                                      "notice Opened docs.web in Tavo Browser"});
+    QTest::newRow("Tavo Browser unless told otherwise") << QJsonValue(QJsonValue::Undefined) << inTavo;
+    QTest::newRow("Tavo Browser chosen") << QJsonValue(false) << inTavo;
+    QTest::newRow("my default browser") << QJsonValue(true)
+                                        << words({"activate", "backspace x9", "open https://example.org/docs",
+                                                  "notice Opened docs.web in your browser"});
+}
+
+void TestExpansionRunner::websitesOpenWhereTheSettingSays()
+{
+    QFETCH(QJsonValue, inDefaultBrowser);
+    QFETCH(QStringList, events);
+    if (!inDefaultBrowser.isUndefined()) {
+        m_defaults->setValue(websiteShortcutsInDefaultBrowserKey, inDefaultBrowser);
+    }
+    QStringList& log = m_desktop->log;
+    connect(m_runner.get(), &ExpansionRunner::tavoBrowserRequested, m_runner.get(),
+            [&log](const QString& url) { log << QStringLiteral("Tavo Browser ") + url; });
+    connect(m_runner.get(), &ExpansionRunner::noticeChanged, m_runner.get(),
+            [&log](const QString& text) { log << QStringLiteral("notice ") + text; });
+    QSignalSpy pickerHidden(m_runner.get(), &ExpansionRunner::hidePickerRequested);
+    typeTrigger(QStringLiteral("\\docs.web"));
+    QCOMPARE(log, events);
+    QCOMPARE(m_tap->releases, QList<bool>{false});
+    QVERIFY(!m_delegate->triggerTracking());
+    QTRY_COMPARE(pickerHidden.size(), 1);
 }
 
 void TestExpansionRunner::nothingDone_data()
@@ -346,12 +380,16 @@ void TestExpansionRunner::theTapDecidesAnEndingKeyOnItsOwn()
 
     // The decisions as the tap's thread takes them: the main thread is not asked.
     TapDecision decision;
+    TapDecision beforeEnding;
     quint64 id = 0;
     for (const QChar c : typed) {
         const int code = c == u'\\' ? KeyCode::Backslash : c == u'/' ? KeyCode::Slash : KeyCode::Other;
+        beforeEnding = decision;
         decision = m_delegate->decide(KeyEvent{code, 0, QString(c), false, ++id});
     }
     QCOMPARE(decision.verdict, held ? KeyVerdict::SwallowAndHold : KeyVerdict::Pass);
+    // A trigger that pastes as it stands has the tap ready to hold before its ending key comes.
+    QCOMPARE(beforeEnding.mode, held ? TapMode::Armed : TapMode::Tracking);
     QCOMPARE(m_delegate->triggerTracking(), false);
 
     // What it planned is what the main thread carries out, once it has claimed the held key.

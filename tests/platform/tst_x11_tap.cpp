@@ -36,7 +36,8 @@ namespace {
 // Whether another client grabs the whole keyboard (no keysym) or the key that types `keysym` under
 // `modifiers`. The probe holds that grab itself for a moment: a grab the tap asks for meanwhile is
 // refused and asked again.
-bool grabbedElsewhere(const char* keysym = nullptr, unsigned modifiers = 0);
+// Whether another client holds the keyboard, or a grab of `keysym` on `window` (0: the root).
+bool grabbedElsewhere(const char* keysym = nullptr, unsigned modifiers = 0, unsigned long window = 0);
 
 QStringList words(const char* text)
 {
@@ -58,6 +59,7 @@ struct ScriptedDecide
     QString seen;
     int holds = 0;
     bool tracking = false;
+    bool arms = false;                       // a trigger under way would paste as it stands
     std::optional<TapMode> fixedMode;        // every key passes, but letters in Exclusive
     QString slowOn;                          // a key whose decision gets stuck
     quint64 lastHold = 0;                    // the id of the last key held
@@ -90,7 +92,9 @@ struct ScriptedDecide
             lastHold = event.id;
             return {KeyVerdict::SwallowAndHold, TapMode::Idle};
         }
-        return {KeyVerdict::Pass, tracking ? TapMode::Tracking : TapMode::Idle};
+        if (!tracking)
+            return {KeyVerdict::Pass, TapMode::Idle};
+        return {KeyVerdict::Pass, arms ? TapMode::Armed : TapMode::Tracking};
     }
     template<typename Use>
     auto with(Use use)
@@ -159,6 +163,7 @@ void TestX11Tap::init()
         m_decide.seen.clear();
         m_decide.holds = 0;
         m_decide.tracking = false;
+        m_decide.arms = false;
         m_decide.fixedMode.reset();
         m_decide.slowOn.clear();
     });
@@ -274,23 +279,31 @@ void TestX11Tap::endingKeyAndLaterKeysAreHeld_data()
     QTest::addColumn<bool>("replayEndingKey");
     QTest::addColumn<QString>("expected");
     QTest::addColumn<QString>("decided");
+    QTest::addColumn<bool>("armed"); // the hold's grabs are in place while the trigger is typed
 
     // Capitals among the held keys must come back with their Shift.
     const QStringList typeRest = typing(QStringLiteral(" See You!"));
     QTest::newRow("expanded: the space stays out")
-        << QString() << typeRest << false << QStringLiteral("\\tySee You!") << QStringLiteral("\\ty See You!");
+        << QString() << typeRest << false << QStringLiteral("\\tySee You!") << QStringLiteral("\\ty See You!") << false;
     QTest::newRow("not expanded: the space comes first")
-        << QString() << typeRest << true << QStringLiteral("\\ty See You!") << QStringLiteral("\\ty See You!");
+        << QString() << typeRest << true << QStringLiteral("\\ty See You!") << QStringLiteral("\\ty See You!") << false;
     QTest::newRow("rollover, expanded") << QString() << rollover << false << QStringLiteral("\\tya")
-                                        << QStringLiteral("\\ty a");
+                                        << QStringLiteral("\\ty a") << false;
     QTest::newRow("rollover, not expanded")
-        << QString() << rollover << true << QStringLiteral("\\ty a") << QStringLiteral("\\ty a");
+        << QString() << rollover << true << QStringLiteral("\\ty a") << QStringLiteral("\\ty a") << false;
     // The keys typed back start a second trigger, whose space holds what follows it in turn.
-    QTest::newRow("a trigger typed during a hold") << QString() << typing(QStringLiteral(" \\tz x")) << false
-                                                   << QStringLiteral("\\ty\\tzx") << QStringLiteral("\\ty \\tz x");
+    QTest::newRow("a trigger typed during a hold")
+        << QString() << typing(QStringLiteral(" \\tz x")) << false << QStringLiteral("\\ty\\tzx")
+        << QStringLiteral("\\ty \\tz x") << false;
     // German: the backslash is AltGr+ß, a key the US layout does not grab.
     QTest::newRow("German backslash") << QStringLiteral("de") << typing(QStringLiteral(" see")) << false
-                                      << QStringLiteral("\\tysee") << QStringLiteral("\\ty see");
+                                      << QStringLiteral("\\tysee") << QStringLiteral("\\ty see") << false;
+    // Letters typed while armed come through the hold's grabs and go on as typed.
+    QTest::newRow("armed, expanded") << QString() << typeRest << false << QStringLiteral("\\tySee You!")
+                                     << QStringLiteral("\\ty See You!") << true;
+    QTest::newRow("armed, a trigger typed during a hold")
+        << QString() << typing(QStringLiteral(" \\tz x")) << false << QStringLiteral("\\ty\\tzx")
+        << QStringLiteral("\\ty \\tz x") << true;
 }
 
 void TestX11Tap::endingKeyAndLaterKeysAreHeld()
@@ -300,7 +313,9 @@ void TestX11Tap::endingKeyAndLaterKeysAreHeld()
     QFETCH(bool, replayEndingKey);
     QFETCH(QString, expected);
     QFETCH(QString, decided);
+    QFETCH(bool, armed);
     const int holds = int(decided.count(u'\\')); // one for each trigger
+    m_decide.with([&] { m_decide.arms = armed; });
 
     auto restore = qScopeGuard([&] {
         if (!layout.isEmpty())
@@ -311,6 +326,8 @@ void TestX11Tap::endingKeyAndLaterKeysAreHeld()
     const QString trigger = QStringLiteral("\\ty");
     type(trigger);
     QTRY_COMPARE(m_edit.toPlainText(), trigger);
+    // Armed, a letter is caught in the target's window before the ending key comes.
+    QTRY_COMPARE(grabbedElsewhere("x", 0, m_edit.window()->winId()), armed);
     xdotool(afterTrigger, false);
     for (int hold = 1; hold <= holds; ++hold) {
         QTRY_COMPARE(m_decide.with([this] { return m_decide.holds; }), hold);
@@ -519,7 +536,7 @@ QTEST_MAIN(TestX11Tap)
 
 namespace {
 
-bool grabbedElsewhere(const char* keysym, unsigned modifiers)
+bool grabbedElsewhere(const char* keysym, unsigned modifiers, unsigned long window)
 {
     Display* display = XOpenDisplay(nullptr);
     if (!display)
@@ -534,7 +551,7 @@ bool grabbedElsewhere(const char* keysym, unsigned modifiers)
     } else if (const KeyCode keycode = XKeysymToKeycode(display, XStringToKeysym(keysym))) {
         // Through xcb, so that the process's Xlib error handler (the tap's) stays in place.
         xcb_connection_t* connection = XGetXCBConnection(display);
-        const xcb_window_t root = XDefaultRootWindow(display);
+        const xcb_window_t root = window != 0 ? xcb_window_t(window) : XDefaultRootWindow(display);
         xcb_generic_error_t* error =
             xcb_request_check(connection, xcb_grab_key_checked(connection, 0, root, uint16_t(modifiers), keycode,
                                                                XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));

@@ -241,5 +241,12 @@ void TestAccessibility::everyControlHasAName()
     }
 }
 
-QTEST_MAIN(TestAccessibility)
+int main(int argc, char** argv)
+{
+    // The Browser section's web engine asks for this before the application exists.
+    QApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QApplication app(argc, argv);
+    TestAccessibility test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_accessibility.moc"

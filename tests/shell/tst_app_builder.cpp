@@ -118,6 +118,36 @@ QStringList seedNames()
     return names;
 }
 
+// What a field of the editor shows, as text.
+QString shownValue(const QObject* root, const QByteArray& field)
+{
+    QObject* widget = root->findChild<QObject*>(QLatin1StringView(field));
+    if (auto* line = qobject_cast<QLineEdit*>(widget)) {
+        return line->text();
+    }
+    if (auto* text = qobject_cast<QPlainTextEdit*>(widget)) {
+        return text->toPlainText();
+    }
+    if (auto* box = qobject_cast<QComboBox*>(widget)) {
+        return box->currentText();
+    }
+    if (auto* spin = qobject_cast<QDoubleSpinBox*>(widget)) {
+        return QString::number(spin->value());
+    }
+    if (auto* check = qobject_cast<QCheckBox*>(widget)) {
+        return check->isChecked() ? QStringLiteral("true") : QStringLiteral("false");
+    }
+    return QStringLiteral("<no field>");
+}
+
+// Types into a line field as a person does: what was there is replaced.
+void retype(QLineEdit* field, const QString& text)
+{
+    field->selectAll();
+    QTest::keyClick(field, Qt::Key_Delete);
+    QTest::keyClicks(field, text);
+}
+
 CollectionRecord record(const QString& collection, const QString& name, const QString& alias)
 {
     CollectionRecord r;
@@ -153,10 +183,14 @@ private slots:
     void newFromPreset();
     void deleteAsksThenRemovesEveryKey_data();
     void deleteAsksThenRemovesEveryKey();
+    void galleryFollowsChangesMadeElsewhere_data();
+    void galleryFollowsChangesMadeElsewhere();
 
     void editorFieldsRoundTrip_data();
     void editorFieldsRoundTrip();
     void editorWritesOnlyWhatChanged();
+    void editorFollowsChangesMadeElsewhere_data();
+    void editorFollowsChangesMadeElsewhere();
     void editorMigratesOldBillApps();
     void setAsDefault_data();
     void setAsDefault();
@@ -426,6 +460,50 @@ void TestAppBuilder::deleteAsksThenRemovesEveryKey()
     }
 }
 
+void TestAppBuilder::galleryFollowsChangesMadeElsewhere_data()
+{
+    QTest::addColumn<bool>("added"); // else the open app is deleted
+    QTest::addColumn<QStringList>("shown");
+    QTest::addColumn<QString>("status");
+
+    QTest::newRow("an app added elsewhere is listed")
+        << true << QStringList{QStringLiteral("Invoice"), QStringLiteral("Poster"), QStringLiteral("Flyer")}
+        << QString();
+    QTest::newRow("the open app deleted elsewhere: back to the gallery, nothing written back")
+        << false << QStringList{QStringLiteral("Invoice")} << QStringLiteral("Poster was deleted elsewhere.");
+}
+
+void TestAppBuilder::galleryFollowsChangesMadeElsewhere()
+{
+    QFETCH(bool, added);
+    QFETCH(QStringList, shown);
+    QFETCH(QString, status);
+    m_defaults->setBoolean(builderAppsSeededKey, true);
+    QVERIFY(!addUtilityApp(*m_defaults, QStringLiteral("Invoice")));
+    QVERIFY(!addUtilityApp(*m_defaults, QStringLiteral("Poster")));
+    m_defaults->watchForChanges();
+    AppBuilderPage page(*m_db, *m_defaults);
+    page.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&page));
+    if (!added) {
+        page.openApp(QStringLiteral("Poster"));
+        retype(find<QLineEdit>(&page, "builderDescription"), QStringLiteral("waits for the pause"));
+    }
+
+    // tavoctl's way: another store on the same file.
+    Defaults elsewhere(m_defaults->filePath());
+    if (added) {
+        QVERIFY(!addUtilityApp(elsewhere, QStringLiteral("Flyer")));
+    } else {
+        deleteBuilderApp(elsewhere, QStringLiteral("Poster"));
+    }
+    QTRY_COMPARE(page.appNames(), shown);
+    QVERIFY(!page.isEditing());
+    QCOMPARE(page.status(), status);
+    page.editor()->save();
+    QVERIFY(!reread()->contains(builderKey(QStringLiteral("Description"), QStringLiteral("Poster"))) || added);
+}
+
 void TestAppBuilder::editorFieldsRoundTrip_data()
 {
     QTest::addColumn<QByteArray>("field"); // object name
@@ -474,34 +552,14 @@ void TestAppBuilder::editorFieldsRoundTrip()
     QFETCH(QJsonValue, stored);
     QVERIFY(!addUtilityApp(*m_defaults, QStringLiteral("Invoice")));
 
-    auto show = [&](AppBuilderEditor& editor) -> QString {
-        QObject* widget = editor.findChild<QObject*>(QLatin1StringView(field));
-        if (auto* line = qobject_cast<QLineEdit*>(widget)) {
-            return line->text();
-        }
-        if (auto* text = qobject_cast<QPlainTextEdit*>(widget)) {
-            return text->toPlainText();
-        }
-        if (auto* box = qobject_cast<QComboBox*>(widget)) {
-            return box->currentText();
-        }
-        if (auto* spin = qobject_cast<QDoubleSpinBox*>(widget)) {
-            return QString::number(spin->value());
-        }
-        if (auto* check = qobject_cast<QCheckBox*>(widget)) {
-            return check->isChecked() ? QStringLiteral("true") : QStringLiteral("false");
-        }
-        return QStringLiteral("<no field>");
-    };
+    auto show = [&](const AppBuilderEditor& editor) { return shownValue(&editor, field); };
     {
         const std::unique_ptr<AppBuilderEditor> editor = editorOn(QStringLiteral("Invoice"));
         QObject* widget = editor->findChild<QObject*>(QLatin1StringView(field));
         QVERIFY(widget);
         // As a person edits: the signals a typed or chosen value sends.
         if (auto* line = qobject_cast<QLineEdit*>(widget)) {
-            line->selectAll();
-            QTest::keyClick(line, Qt::Key_Delete);
-            QTest::keyClicks(line, value);
+            retype(line, value);
         } else if (auto* text = qobject_cast<QPlainTextEdit*>(widget)) {
             text->setPlainText(value);
         } else if (auto* box = qobject_cast<QComboBox*>(widget)) {
@@ -544,6 +602,63 @@ void TestAppBuilder::editorWritesOnlyWhatChanged()
     QVERIFY(!after->contains(builderKey(QStringLiteral("Description"), QStringLiteral("Poster"))) ||
             after->string(builderKey(QStringLiteral("Description"), QStringLiteral("Poster"))) == QString());
     QCOMPARE(after->string(builderKey(QStringLiteral("Prompt"), QStringLiteral("Poster"))), QStringLiteral("A poster"));
+}
+
+void TestAppBuilder::editorFollowsChangesMadeElsewhere_data()
+{
+    QTest::addColumn<QString>("setting");
+    QTest::addColumn<QJsonValue>("outside"); // written by another store on the file
+    QTest::addColumn<QByteArray>("field");   // object name of the setting's field
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QByteArray>("typingIn"); // a line field with unsaved typing, or none
+    QTest::addColumn<QJsonValue>("stored");   // the setting once the editor has written
+
+    auto row = [](const char* name, const char* setting, const QJsonValue& outside, const char* field,
+                  const QString& shown, const char* typingIn, const QJsonValue& stored) {
+        QTest::newRow(name) << QString::fromLatin1(setting) << outside << QByteArray(field) << shown
+                            << QByteArray(typingIn) << stored;
+    };
+    const QString theirs = QStringLiteral("From tavoctl");
+    row("prompt", "Prompt", theirs, "builderPrompt", theirs, "", theirs);
+    row("variables", "Variables", QStringLiteral("Amount, Client"), "builderVariables",
+        QStringLiteral("Amount, Client"), "", QStringLiteral("Amount, Client"));
+    row("font size", "FontSize", 18.0, "builderFontSize", QStringLiteral("18"), "", 18.0);
+    row("bold body", "Bold", true, "builderBold", QStringLiteral("true"), "", true);
+    row("format", "Format", QStringLiteral("HTML"), "builderFormat", QStringLiteral("HTML"), "",
+        QStringLiteral("HTML"));
+    row("typing in another field: this one follows", "Prompt", theirs, "builderPrompt", theirs, "builderDescription",
+        theirs);
+    row("the field being typed in keeps the typing", "Description", theirs, "builderDescription",
+        QStringLiteral("Mine"), "builderDescription", QStringLiteral("Mine"));
+}
+
+void TestAppBuilder::editorFollowsChangesMadeElsewhere()
+{
+    QFETCH(QString, setting);
+    QFETCH(QJsonValue, outside);
+    QFETCH(QByteArray, field);
+    QFETCH(QString, shown);
+    QFETCH(QByteArray, typingIn);
+    QFETCH(QJsonValue, stored);
+    const QString app = QStringLiteral("Invoice");
+    QVERIFY(!addUtilityApp(*m_defaults, app));
+    m_defaults->watchForChanges();
+    const std::unique_ptr<AppBuilderEditor> editor = editorOn(app);
+    if (!typingIn.isEmpty()) {
+        retype(find<QLineEdit>(editor.get(), typingIn.constData()), QStringLiteral("Mine"));
+    }
+
+    // The credits change alongside, to know when the editor has taken the change.
+    Defaults elsewhere(m_defaults->filePath());
+    elsewhere.setValues(
+        {{builderKey(setting, app), outside}, {builderKey(QStringLiteral("CreditCost"), app), QStringLiteral("7")}});
+    QTRY_COMPARE(shownValue(editor.get(), "builderCreditCost"), QStringLiteral("7"));
+    QCOMPARE(shownValue(editor.get(), field), shown);
+    if (!typingIn.isEmpty()) {
+        QCOMPARE(shownValue(editor.get(), typingIn), QStringLiteral("Mine"));
+    }
+    editor->save();
+    QCOMPARE(reread()->value(builderKey(setting, app)), stored);
 }
 
 void TestAppBuilder::editorMigratesOldBillApps()

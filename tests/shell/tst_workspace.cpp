@@ -1,3 +1,6 @@
+#include "browser/browser_tabs.h"
+#include "browser/web/browser_workspace.h"
+#include "engine/expansion_runner.h"
 #include "platform/secret/libsecret_store.h"
 #include "shell/dashboard_page.h"
 #include "shell/main_window.h"
@@ -11,6 +14,7 @@
 #include "store/profile_store.h"
 
 #include <QCheckBox>
+#include <QComboBox>
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
@@ -20,7 +24,8 @@
 using namespace tavo;
 
 // The workspace around the pages: the side menu and its settings, the keys that open sections,
-// the Dashboard's first steps, and the shared pieces every page is built from.
+// the Browser section's late start, the Dashboard's first steps, and the shared pieces every page
+// is built from.
 class TestWorkspace : public QObject
 {
     Q_OBJECT
@@ -33,6 +38,9 @@ private slots:
     void sideMenuSettingsSurviveARestart();
     void ctrlNumberOpensOnlyWhatTheMenuShows_data();
     void ctrlNumberOpensOnlyWhatTheMenuShows();
+    void theBrowserStartsWhenFirstShown_data();
+    void theBrowserStartsWhenFirstShown();
+    void websiteShortcutSetting();
     void gettingStartedUntilTheFirstExpansion();
     void sharedPieces();
 
@@ -134,7 +142,8 @@ void TestWorkspace::ctrlNumberOpensOnlyWhatTheMenuShows_data()
     QTest::newRow("Ctrl+3") << 3 << QStringLiteral("Collections");
     QTest::newRow("Ctrl+7") << 7 << QStringLiteral("API configuration");
     QTest::newRow("Ctrl+8") << 8 << QStringLiteral("Settings");
-    QTest::newRow("Ctrl+9 is AppBuilder, the last in the menu") << 9 << QStringLiteral("AppBuilder");
+    QTest::newRow("Ctrl+9") << 9 << QStringLiteral("AppBuilder");
+    QTest::newRow("Ctrl+0 is the tenth, Browser, the last in the menu") << 0 << QStringLiteral("Browser");
 }
 
 void TestWorkspace::ctrlNumberOpensOnlyWhatTheMenuShows()
@@ -150,6 +159,67 @@ void TestWorkspace::ctrlNumberOpensOnlyWhatTheMenuShows()
     QVERIFY(QTest::qWaitForWindowActive(m_window.get()) || QTest::qWaitForWindowExposed(m_window.get()));
     QTest::keyClick(m_window.get(), Qt::Key(Qt::Key_0 + digit), Qt::ControlModifier);
     QCOMPARE(m_window->section(), section);
+}
+
+void TestWorkspace::theBrowserStartsWhenFirstShown_data()
+{
+    QTest::addColumn<QString>("route");
+    QTest::addColumn<QString>("section"); // where the window is after it
+    QTest::addColumn<int>("newTabs");
+    QTest::newRow("other sections leave the web engine alone") << "Settings"
+                                                               << "Settings" << 0;
+    QTest::newRow("the side menu") << "menu"
+                                   << "Browser" << 0;
+    QTest::newRow("a page opened from elsewhere") << "open"
+                                                  << "Browser" << 1;
+}
+
+void TestWorkspace::theBrowserStartsWhenFirstShown()
+{
+    QFETCH(QString, route);
+    QFETCH(QString, section);
+    QFETCH(int, newTabs);
+    const qsizetype tabsBefore = m_window->browserTabs().tabs().size();
+    QVERIFY(!m_window->browser());
+    const QString page = QStringLiteral("http://127.0.0.1:9/page");
+    if (route == QLatin1String("menu")) {
+        auto* menu = m_window->findChild<QListWidget*>(QStringLiteral("sideMenu"));
+        const QList<QListWidgetItem*> rows = menu->findItems(QStringLiteral("Browser"), Qt::MatchExactly);
+        QCOMPARE(rows.size(), 1);
+        menu->setCurrentItem(rows.first());
+    } else if (route == QLatin1String("open")) {
+        m_window->setSection(QStringLiteral("Settings"));
+        m_window->openTavoBrowser(page);
+    } else {
+        m_window->setSection(route);
+    }
+    QCOMPARE(m_window->section(), section);
+    const bool browsing = section == QLatin1String("Browser");
+    QCOMPARE(m_window->browser() != nullptr, browsing);
+    QCOMPARE(m_window->browserTabs().tabs().size(), tabsBefore + newTabs);
+    QCOMPARE(m_window->findChild<PageHeader*>(QStringLiteral("sectionHeader"))->isVisible(), !browsing);
+    if (browsing) {
+        QVERIFY(m_window->browser()->isVisible());
+        QCOMPARE(m_window->browserTabs().current()->url, newTabs ? page : homeURL);
+    }
+    // The page header comes back with the next section.
+    m_window->setSection(QStringLiteral("Dashboard"));
+    QVERIFY(m_window->findChild<PageHeader*>(QStringLiteral("sectionHeader"))->isVisible());
+}
+
+void TestWorkspace::websiteShortcutSetting()
+{
+    m_window->setSection(QStringLiteral("Settings"));
+    auto* choice = m_window->findChild<QComboBox*>(QStringLiteral("websiteShortcutsIn"));
+    QCOMPARE(choice->currentText(), QStringLiteral("Tavo Browser"));
+    QCOMPARE(choice->accessibleName(), QStringLiteral("Open website shortcuts in:"));
+    choice->setCurrentIndex(choice->findText(QStringLiteral("my default browser")));
+    QCOMPARE(m_defaults->boolean(websiteShortcutsInDefaultBrowserKey), std::optional<bool>(true));
+    restart();
+    m_window->setSection(QStringLiteral("Settings"));
+    choice = m_window->findChild<QComboBox*>(QStringLiteral("websiteShortcutsIn"));
+    QCOMPARE(choice->currentText(), QStringLiteral("my default browser"));
+    QVERIFY(!m_window->browser()); // Settings never start the web engine
 }
 
 void TestWorkspace::gettingStartedUntilTheFirstExpansion()
@@ -212,5 +282,12 @@ void TestWorkspace::sharedPieces()
     QVERIFY(card->findChild<QLabel*>(QStringLiteral("cardTitle"))->font().weight() > page.font().weight());
 }
 
-QTEST_MAIN(TestWorkspace)
+int main(int argc, char** argv)
+{
+    // The Browser section's web engine asks for this before the application exists.
+    QApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QApplication app(argc, argv);
+    TestWorkspace test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_workspace.moc"

@@ -627,18 +627,34 @@ void TestProfileStore::updateClipsSeesAPendingSave()
     clips[1].name = u"Not saved yet"_s;
     app.setClips(clips);
 
-    QList<Clip> given;
-    QVERIFY(app.updateClips([&](QList<Clip>& list) {
-        given = list;
-        list << makeClip(u"/update"_s, u"Update"_s);
-    }));
-    QCOMPARE(given.at(0).name, u"Saved"_s);
-    QCOMPARE(given.at(1).name, u"Not saved yet"_s);
+    // The change runs on the store's thread; the list in memory changes once, when it is taken in.
+    auto given = std::make_shared<QList<Clip>>();
+    QSignalSpy changed(&app, &DB::clipsChanged);
+    QList<bool> outcomes;
+    app.updateClips(
+        [given](QList<Clip>& list) {
+            *given = list;
+            list.prepend(makeClip(u"/update"_s, u"Update"_s)); // as an import puts its shortcuts
+        },
+        this, [&](bool written) { outcomes << written; });
+    QVERIFY(outcomes.isEmpty());
+    clips[2].name = u"Edited meanwhile"_s; // an edit while the update is on its way stays
+    app.setClips(clips);
+    changed.clear();
+    QTRY_COMPARE(outcomes, QList<bool>{true});
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(given->at(0).name, u"Saved"_s);
+    QCOMPARE(given->at(1).name, u"Not saved yet"_s);
+    const QStringList expected = QStringList{u"/update"_s} + startKeys;
+    QCOMPARE(keysOf(app.clips()), expected);
+    QCOMPARE(app.clips().at(3).name, u"Edited meanwhile"_s);
+    QVERIFY(app.save());
     QTRY_VERIFY(!app.savesPending());
     const QList<Clip> onDisk = clipsOnDisk(clipsPath);
-    QCOMPARE(keysOf(onDisk), QStringList(startKeys) << u"/update"_s);
-    QCOMPARE(onDisk.at(0).name, u"Saved"_s);
-    QCOMPARE(onDisk.at(1).name, u"Not saved yet"_s);
+    QCOMPARE(keysOf(onDisk), expected);
+    QCOMPARE(onDisk.at(1).name, u"Saved"_s);
+    QCOMPARE(onDisk.at(2).name, u"Not saved yet"_s);
+    QCOMPARE(onDisk.at(3).name, u"Edited meanwhile"_s);
     QCOMPARE(app.clips(), onDisk);
 }
 

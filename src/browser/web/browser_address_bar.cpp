@@ -56,7 +56,10 @@ BrowserAddressBar::BrowserAddressBar(TavoBrowserTabs& state, CurrentView current
     , m_zoom(toolButton(this, QStringLiteral("zoom-in"), QStringLiteral("Page zoom")))
     , m_save(toolButton(this, QStringLiteral("bookmark-new"), QStringLiteral("Save link")))
     , m_links(toolButton(this, QStringLiteral("bookmarks"), QStringLiteral("Saved links")))
+    , m_split(toolButton(this, QStringLiteral("view-split-left-right"), QStringLiteral("Split view")))
     , m_incognito(toolButton(this, QStringLiteral("view-private"), QStringLiteral("Incognito")))
+    , m_privateMode(toolButton(this, QStringLiteral("object-locked"), QStringLiteral("Private Mode")))
+    , m_lock(toolButton(this, QStringLiteral("system-lock-screen"), QStringLiteral("Lock Private Mode")))
 {
     design::name(this, QStringLiteral("Address bar"));
     m_address->setPlaceholderText(QStringLiteral("Search or enter a website"));
@@ -65,6 +68,11 @@ BrowserAddressBar::BrowserAddressBar(TavoBrowserTabs& state, CurrentView current
     m_incognito->setCheckable(true);
     m_incognito->setText(QStringLiteral("Incognito"));
     m_incognito->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_split->setCheckable(true);
+    m_privateMode->setText(QStringLiteral("Private Mode"));
+    m_privateMode->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_lock->setText(QStringLiteral("Lock"));
+    m_lock->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
 
     const int gap = design::step(this);
     auto* layout = new QHBoxLayout(this);
@@ -75,8 +83,10 @@ BrowserAddressBar::BrowserAddressBar(TavoBrowserTabs& state, CurrentView current
         layout->addWidget(widget);
     }
     layout->addWidget(m_address, 1);
-    for (QWidget* widget : {static_cast<QWidget*>(m_zoom), static_cast<QWidget*>(m_save),
-                            static_cast<QWidget*>(m_links), static_cast<QWidget*>(m_incognito)}) {
+    for (QWidget* widget :
+         {static_cast<QWidget*>(m_zoom), static_cast<QWidget*>(m_split), static_cast<QWidget*>(m_save),
+          static_cast<QWidget*>(m_links), static_cast<QWidget*>(m_incognito), static_cast<QWidget*>(m_privateMode),
+          static_cast<QWidget*>(m_lock)}) {
         layout->addWidget(widget);
     }
 
@@ -96,8 +106,11 @@ BrowserAddressBar::BrowserAddressBar(TavoBrowserTabs& state, CurrentView current
         }
     });
     connect(m_address, &QLineEdit::textEdited, &m_state, &TavoBrowserTabs::setAddress);
-    connect(m_address, &QLineEdit::returnPressed, &m_state, &TavoBrowserTabs::navigate);
+    connect(m_address, &QLineEdit::returnPressed, this, &BrowserAddressBar::navigate);
     connect(m_incognito, &QToolButton::clicked, &m_state, &TavoBrowserTabs::toggleIncognito);
+    connect(m_split, &QToolButton::clicked, &m_state, &TavoBrowserTabs::toggleSplit);
+    connect(m_privateMode, &QToolButton::clicked, this, &BrowserAddressBar::privateGateRequested);
+    connect(m_lock, &QToolButton::clicked, &m_state, &TavoBrowserTabs::lockPrivateMode);
     connect(m_save, &QToolButton::clicked, this, &BrowserAddressBar::saveLinkRequested);
 
     m_zoomPanel = makeZoomPanel();
@@ -113,19 +126,58 @@ BrowserAddressBar::BrowserAddressBar(TavoBrowserTabs& state, CurrentView current
 
     connect(&m_state, &TavoBrowserTabs::addressChanged, this, &BrowserAddressBar::followAddress);
     connect(&m_state, &TavoBrowserTabs::modeChanged, this, &BrowserAddressBar::followMode);
+    connect(&m_state, &TavoBrowserTabs::splitEnabledChanged, this, &BrowserAddressBar::followSplit);
+    connect(&m_state, &TavoBrowserTabs::tabsChanged, this, [this] {
+        // The other pane's page moved on; what the user is typing stays.
+        if (!m_paneTab.isEmpty() && !m_address->hasFocus()) {
+            followAddress();
+        }
+    });
     connect(&m_state, &TavoBrowserTabs::zoomLevelsChanged, this, &BrowserAddressBar::followZoom);
     connect(&m_state, &TavoBrowserTabs::selectedIDChanged, this, &BrowserAddressBar::followZoom);
     connect(&m_state, &TavoBrowserTabs::savedChanged, this, &BrowserAddressBar::rebuildSavedLinks);
     connect(&m_state, &TavoBrowserTabs::collectionsChanged, this, &BrowserAddressBar::fillCollections);
     followAddress();
     followMode();
+    followSplit();
     followZoom();
+}
+
+void BrowserAddressBar::setPaneTab(const QString& tabID)
+{
+    m_paneTab = tabID == m_state.selectedID() ? QString() : tabID;
+    followAddress();
+}
+
+void BrowserAddressBar::navigate()
+{
+    if (m_paneTab.isEmpty()) {
+        m_state.navigate();
+        return;
+    }
+    // The other pane's tab goes where the field says, under the same rules as the current one.
+    for (const TavoBrowserTab& tab : m_state.tabs()) {
+        if (tab.id == m_paneTab) {
+            if (const std::optional<QString> url = TavoBrowserTabs::navigableAddress(m_address->text())) {
+                m_state.update(tab.id, tab.title, *url);
+            }
+            return;
+        }
+    }
 }
 
 void BrowserAddressBar::followAddress()
 {
+    QString address = m_state.address();
+    if (!m_paneTab.isEmpty()) {
+        for (const TavoBrowserTab& tab : m_state.tabs()) {
+            if (tab.id == m_paneTab) {
+                address = tab.url;
+            }
+        }
+    }
     // The Home tab's own address is not something to edit.
-    const QString shown = m_state.address() == homeURL ? QString() : m_state.address();
+    const QString shown = address == homeURL ? QString() : address;
     if (m_address->text() != shown) {
         m_address->setText(shown);
     }
@@ -135,6 +187,13 @@ void BrowserAddressBar::followMode()
 {
     m_incognito->setChecked(m_state.isIncognito());
     m_incognito->setEnabled(!m_state.isPrivateMode());
+    m_privateMode->setVisible(!m_state.isPrivateMode());
+    m_lock->setVisible(m_state.isPrivateMode());
+}
+
+void BrowserAddressBar::followSplit()
+{
+    m_split->setChecked(m_state.splitEnabled());
 }
 
 void BrowserAddressBar::followZoom()
@@ -203,7 +262,14 @@ QWidget* BrowserAddressBar::makeSavedLinksPanel()
     quiet.setColor(QPalette::WindowText, design::secondaryText(quiet));
     help->setPalette(quiet);
     layout->addWidget(help);
-    layout->addWidget(create, 0, Qt::AlignLeft);
+    m_import = new QPushButton(design::icon(QStringLiteral("document-import")),
+                               QStringLiteral("Import Google Chrome bookmarks…"), panel);
+    design::name(m_import, QStringLiteral("Import Google Chrome bookmarks…"));
+    auto* actions = new QHBoxLayout;
+    actions->addWidget(create);
+    actions->addWidget(m_import);
+    actions->addStretch(1);
+    layout->addLayout(actions);
 
     connect(m_linkSearch, &QLineEdit::textChanged, this, &BrowserAddressBar::rebuildSavedLinks);
     connect(m_linkCollection, &QComboBox::currentIndexChanged, this, &BrowserAddressBar::rebuildSavedLinks);
@@ -211,6 +277,10 @@ QWidget* BrowserAddressBar::makeSavedLinksPanel()
         const QString url = item->data(Qt::UserRole).toString();
         m_links->menu()->close();
         m_state.open(url);
+    });
+    connect(m_import, &QPushButton::clicked, this, [this] {
+        m_links->menu()->close();
+        emit chromeImportRequested();
     });
     connect(create, &QPushButton::clicked, this, [this] {
         bool ok = false;

@@ -30,6 +30,8 @@ BrowserTabStrip::BrowserTabStrip(TavoBrowserTabs& state, QWidget* parent)
     scroll->setWidgetResizable(true);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll->setFocusPolicy(Qt::NoFocus); // the tabs themselves take the focus
+    design::name(scroll, QStringLiteral("Open tabs"));
     auto* row = new QWidget(scroll);
     row->setLayout(m_row);
     m_row->setContentsMargins(0, 0, 0, 0);

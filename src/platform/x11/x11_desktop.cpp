@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <vector>
 
 // X11 last: its macros (None, Bool, Status) clash with Qt's names.
@@ -119,6 +120,19 @@ X11Desktop::X11Desktop()
     attributes.event_mask = PropertyChangeMask;
     m_timeWindow = XCreateWindow(m_display, XDefaultRootWindow(m_display), -1, -1, 1, 1, 0, 0, InputOnly,
                                  CopyFromParent, CWEventMask, &attributes);
+
+    int opcode = 0, error = 0, major = XkbMajorVersion, minor = XkbMinorVersion;
+    if (XkbQueryExtension(m_display, &opcode, &m_xkbEventBase, &error, &major, &minor)) {
+        XkbSelectEventDetails(m_display, XkbUseCoreKbd, XkbStateNotify, XkbModifierStateMask, XkbModifierStateMask);
+        XkbStateRec state{};
+        if (XkbGetState(m_display, XkbUseCoreKbd, &state) == Success) {
+            m_modifiers = state.base_mods;
+            m_modifiersKnown = true;
+        }
+    }
+
+    m_events = std::make_unique<QSocketNotifier>(XConnectionNumber(m_display), QSocketNotifier::Read);
+    QObject::connect(m_events.get(), &QSocketNotifier::activated, [this] { takeEvents(); });
 
     m_returnLentKeycodes.setSingleShot(true);
     m_returnLentKeycodes.setInterval(LentKeycodeMs);
@@ -292,7 +306,34 @@ DesktopWindow X11Desktop::activeWindow()
             XFree(hint.res_class);
     }
     result.pid = qint64(cardinalProperty(m_display, window, atom("_NET_WM_PID"), XA_CARDINAL));
+    follow(window);
     return result;
+}
+
+void X11Desktop::follow(unsigned long window)
+{
+    if (window != m_followed) {
+        if (m_followed != 0)
+            XSelectInput(m_display, m_followed, NoEventMask);
+        XSelectInput(m_display, window, FocusChangeMask);
+        m_followed = window;
+    }
+    // Asked after the selection: a change from now on comes as an event.
+    takeEvents();
+    m_followedFocused = focusInside(window);
+}
+
+void X11Desktop::takeFocusEvent(int type, int mode, int detail, unsigned long window)
+{
+    // A keyboard grab (the tap's among them) moves no focus.
+    if (window != m_followed || mode == NotifyGrab || mode == NotifyUngrab)
+        return;
+    if (detail == NotifyInferior) // between the window and one of its children: still inside
+        return;
+    const bool known = detail == NotifyAncestor || detail == NotifyVirtual || detail == NotifyNonlinear ||
+                       detail == NotifyNonlinearVirtual;
+    // Anything else (the pointer's focus) is asked of the server next time.
+    m_followedFocused = known && type == FocusIn;
 }
 
 bool X11Desktop::focusInside(unsigned long window)
@@ -377,30 +418,58 @@ QString X11Desktop::title(const DesktopWindow& window)
     return title;
 }
 
-void X11Desktop::waitForModifiersReleased(int timeoutMs)
+const std::vector<unsigned char>& X11Desktop::modifierKeycodes()
 {
-    if (!m_display)
-        return;
-    std::vector<::KeyCode> modifierKeys;
+    takeEvents();
+    if (m_modifierKeycodesRead)
+        return m_modifierKeycodes;
+    m_modifierKeycodes.clear();
     if (XModifierKeymap* map = XGetModifierMapping(m_display)) {
         for (const int modifier : {ShiftMapIndex, ControlMapIndex, Mod1MapIndex, Mod4MapIndex, Mod5MapIndex}) {
             for (int i = 0; i < map->max_keypermod; ++i) {
                 const ::KeyCode code = map->modifiermap[modifier * map->max_keypermod + i];
                 if (code != 0)
-                    modifierKeys.push_back(code);
+                    m_modifierKeycodes.push_back(code);
             }
         }
         XFreeModifiermap(map);
+        m_modifierKeycodesRead = true;
     }
+    return m_modifierKeycodes;
+}
 
+void X11Desktop::takeEvents()
+{
+    while (XPending(m_display) > 0) {
+        XEvent event;
+        XNextEvent(m_display, &event);
+        if (event.type == MappingNotify) {
+            XRefreshKeyboardMapping(&event.xmapping);
+            if (event.xmapping.request == MappingModifier || event.xmapping.request == MappingKeyboard)
+                m_modifierKeycodesRead = false;
+        } else if (event.type == FocusIn || event.type == FocusOut) {
+            takeFocusEvent(event.type, event.xfocus.mode, event.xfocus.detail, event.xfocus.window);
+        } else if (event.type == m_xkbEventBase) {
+            const auto* xkb = reinterpret_cast<const XkbEvent*>(&event);
+            if (xkb->any.xkb_type == XkbStateNotify)
+                m_modifiers = xkb->state.base_mods;
+        }
+    }
+}
+
+void X11Desktop::waitForModifiersReleased(int timeoutMs)
+{
+    if (!m_display)
+        return;
+    const std::vector<unsigned char> modifierKeys = modifierKeycodes();
     std::array<char, 32> keys{};
-    const auto down = [&](::KeyCode code) { return (keys[code / 8] >> (code % 8)) & 1; };
+    const auto down = [&](unsigned char code) { return (keys[code / 8] >> (code % 8)) & 1; };
     QElapsedTimer timer;
     timer.start();
     for (;;) {
         XQueryKeymap(m_display, keys.data());
         bool anyDown = false;
-        for (const ::KeyCode code : modifierKeys)
+        for (const unsigned char code : modifierKeys)
             anyDown = anyDown || down(code);
         if (!anyDown)
             return;
@@ -411,11 +480,40 @@ void X11Desktop::waitForModifiersReleased(int timeoutMs)
     // Still down: release them, so they do not turn the keys sent next into other commands.
     // Never a press: that would leave a modifier stuck if the user lets go meanwhile.
     qCDebug(lcDesktop) << "modifiers still held; releasing them";
-    for (const ::KeyCode code : modifierKeys) {
+    for (const unsigned char code : modifierKeys) {
         if (down(code))
             XTestFakeKeyEvent(m_display, code, False, 0);
     }
     XSync(m_display, False);
+}
+
+void X11Desktop::prepareToType(const DesktopWindow& window, int activationMs, int modifierMs)
+{
+    if (!m_display || !window.isValid())
+        return;
+    // Usually the target has kept the focus and no modifier is down, as the events since the
+    // trigger began tell; otherwise both are asked in one round trip.
+    const std::vector<unsigned char>& modifierKeys = modifierKeycodes();
+    constexpr unsigned shortcutModifiers = ShiftMask | ControlMask | Mod1Mask | Mod4Mask | Mod5Mask;
+    if (window.id == m_followed && m_followedFocused && m_modifiersKnown && !(m_modifiers & shortcutModifiers))
+        return;
+    xcb_connection_t* connection = XGetXCBConnection(m_display);
+    const auto focusCookie = xcb_get_input_focus(connection);
+    const auto keymapCookie = xcb_query_keymap(connection);
+    xcb_get_input_focus_reply_t* focus = xcb_get_input_focus_reply(connection, focusCookie, nullptr);
+    xcb_query_keymap_reply_t* keymap = xcb_query_keymap_reply(connection, keymapCookie, nullptr);
+    const bool focused = focus && focus->focus == window.id;
+    bool modifierDown = !keymap;
+    for (const unsigned char code : modifierKeys)
+        modifierDown = modifierDown || (keymap && ((keymap->keys[code / 8] >> (code % 8)) & 1));
+    free(focus);
+    free(keymap);
+    if (focused && !modifierDown)
+        return;
+    activate(window, activationMs);
+    waitForModifiersReleased(modifierMs);
+    if (window.id == m_followed)
+        m_followedFocused = focusInside(window.id);
 }
 
 unsigned char X11Desktop::keycodeFor(unsigned long keysym)
@@ -468,12 +566,7 @@ void X11Desktop::tapKeysym(unsigned long keysym, const QList<unsigned long>& mod
     if (!m_display || times <= 0)
         return;
     // Refresh the key map if the layout changed since the last keys.
-    while (XPending(m_display) > 0) {
-        XEvent event;
-        XNextEvent(m_display, &event);
-        if (event.type == MappingNotify)
-            XRefreshKeyboardMapping(&event.xmapping);
-    }
+    takeEvents();
 
     std::vector<::KeyCode> modifierCodes;
     for (const unsigned long modifier : modifiers) {

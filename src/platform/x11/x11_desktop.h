@@ -4,8 +4,12 @@
 
 #include <QList>
 #include <QPair>
+#include <QSocketNotifier>
 #include <QString>
 #include <QTimer>
+
+#include <memory>
+#include <vector>
 
 struct _XDisplay;
 
@@ -30,6 +34,7 @@ public:
     QString title(const DesktopWindow& window) override;
 
     void waitForModifiersReleased(int timeoutMs) override;
+    void prepareToType(const DesktopWindow& window, int activationMs, int modifierMs) override;
     void sendBackspaces(int count) override;
     void sendEscape() override;
     void sendPaste(const DesktopWindow& target) override;
@@ -57,12 +62,27 @@ private:
     void tapKeysym(unsigned long keysym, const QList<unsigned long>& modifiers, int times);
     unsigned char keycodeFor(unsigned long keysym);
     void returnLentKeycodes();
+    // Takes the events of this connection: a new key map is read again.
+    void takeEvents();
+    const std::vector<unsigned char>& modifierKeycodes();
+    // Follows the focus of `window` and the modifiers through events, so that the way to the
+    // paste need not ask the server.
+    void follow(unsigned long window);
+    void takeFocusEvent(int type, int mode, int detail, unsigned long window);
 
     _XDisplay* m_display = nullptr;
     QString m_problem;
     unsigned long m_timeWindow = 0;
     QList<QPair<unsigned long, unsigned char>> m_lentKeycodes; // keysyms the layout lacks
     QTimer m_returnLentKeycodes;
+    std::vector<unsigned char> m_modifierKeycodes; // Shift, Ctrl, Alt, Super, AltGr; read once per mapping
+    bool m_modifierKeycodesRead = false;
+    int m_xkbEventBase = -1;
+    unsigned m_modifiers = 0; // core modifiers down, from XKB's state events
+    bool m_modifiersKnown = false;
+    unsigned long m_followed = 0; // the window whose focus the events tell
+    bool m_followedFocused = false;
+    std::unique_ptr<QSocketNotifier> m_events; // read as they come, so none piles up at the server
 };
 
 } // namespace tavo

@@ -7,6 +7,8 @@
 #include "platform/x11/x11_tap_keymap.h"
 #include "platform/x11/x11_tap_session.h"
 
+#include <QElapsedTimer>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -35,6 +37,9 @@ namespace {
 // microseconds, so anything near this is a bug, and the key passes rather than wait longer.
 constexpr auto DecisionTimeout = 50ms;
 constexpr auto KeymapRetry = 100ms;
+
+// Off by default: the stages of one expansion on the tap's side, read beside the engine's.
+Q_LOGGING_CATEGORY(lcTiming, "tavo.expansion.timing", QtWarningMsg)
 // Every press the tap decides gets a number, unique for the process (a restarted tap goes on
 // counting), so that an expansion can name the key whose hold it counts on.
 std::atomic<quint64> g_nextKeyId{0};
@@ -81,6 +86,8 @@ private:
     void beginHold(const HeldKey& endingKey, bool waitForRelease, bool replayEndingKey, quint64 keyId = 0);
     void updateHold(Clock::time_point now);
     unsigned long focusWindow() const;
+    // The hold's grabs go to `window`.
+    void holdOn(unsigned long window);
     void followFocus(unsigned long window);
     void onFocusOut(const XFocusChangeEvent& event);
 
@@ -98,6 +105,11 @@ private:
     // A key of ours taken for dropped by the server at the last event read, to type again.
     std::optional<KeyHold::TypedBack> m_retyping;
     KeyHold m_hold;
+    // Armed: the hold's window has had the focus since the grabs went there.
+    bool m_armedFocusKnown = false;
+    QElapsedTimer m_keySeen;  // the grabbed press last read
+    QElapsedTimer m_holdSeen; // the ending key of the hold under way
+    unsigned long m_requestsAtKey = 0;
 
     TapMode m_mode = TapMode::Idle;
     quint64 m_modeStamp = 0;
@@ -294,6 +306,8 @@ void X11KeyboardTap::Worker::handleEvent(XEvent& event)
         return;
     }
     if (event.type == KeyPress) {
+        m_keySeen.start();
+        m_requestsAtKey = XNextRequest(m_display);
         onGrabbedKeyPress(event.xkey);
         return;
     }
@@ -313,7 +327,7 @@ void X11KeyboardTap::Worker::handleEvent(XEvent& event)
                 // grab steps aside, and only Ctrl+V is caught.
                 syncPassiveGrabs();
                 syncActiveGrab();
-            } else if (m_hold.active()) {
+            } else if (m_hold.active() || m_mode == TapMode::Armed) {
                 // The hold grabs follow Caps Lock and Num Lock.
                 syncPassiveGrabs();
             }
@@ -375,7 +389,20 @@ void X11KeyboardTap::Worker::applyMode(TapMode mode, quint64 stamp)
     m_modeStamp = stamp;
     if (mode == m_mode)
         return;
+    const bool wasArmed = m_mode == TapMode::Armed;
     m_mode = mode;
+    if (!m_hold.active()) {
+        if (mode == TapMode::Armed) {
+            const Window focus = focusWindow();
+            holdOn(focus);
+            followFocus(focus);
+            m_armedFocusKnown = focus != m_root;
+        } else if (wasArmed) {
+            if (m_books.holdWindow() != m_root)
+                XSelectInput(m_display, m_books.holdWindow(), NoEventMask);
+            m_armedFocusKnown = false;
+        }
+    }
     syncPassiveGrabs();
     syncActiveGrab();
 }
@@ -509,6 +536,7 @@ void X11KeyboardTap::Worker::decideGrabbedKey(const KeyEvent& event, const HeldK
     numbered.id = ++g_nextKeyId;
     const quint64 sequence = m_decider->submit(numbered);
     bool decided = m_decider->waitFor(sequence, Clock::now() + DecisionTimeout);
+    const qint64 decidedNs = m_keySeen.nsecsElapsed();
     TapDecision decision{KeyVerdict::Pass, m_mode};
     const auto results = m_decider->takeResults();
     for (const auto& result : results) {
@@ -565,6 +593,17 @@ void X11KeyboardTap::Worker::decideGrabbedKey(const KeyEvent& event, const HeldK
             syncActiveGrab();
         else
             XUngrabKeyboard(m_display, CurrentTime);
+        XFlush(m_display);
+        if (lcTiming().isDebugEnabled()) {
+            m_holdSeen = m_keySeen;
+            const qint64 answeredNs = m_keySeen.nsecsElapsed();
+            const unsigned long requests = XNextRequest(m_display) - m_requestsAtKey;
+            XSync(m_display, False);
+            qCDebug(lcTiming).nospace() << "key " << numbered.id << " seen at " << m_keySeen.msecsSinceReference()
+                                        << " ms: decided +" << decidedNs / 1e6 << ", answered +" << answeredNs / 1e6
+                                        << " after " << requests << " requests, server done +"
+                                        << m_keySeen.nsecsElapsed() / 1e6;
+        }
         break;
     }
 }
@@ -578,6 +617,7 @@ GrabState X11KeyboardTap::Worker::desiredGrabs() const
         keys = m_keymap.startKeys();
         break;
     case TapMode::Tracking:
+    case TapMode::Armed:
         keys = m_keymap.startKeys() | m_keymap.endKeys();
         break;
     case TapMode::Exclusive:
@@ -601,8 +641,9 @@ GrabState X11KeyboardTap::Worker::desiredGrabs() const
 void X11KeyboardTap::Worker::syncPassiveGrabs()
 {
     // The hold grabs are many and short-lived: only under the current locks.
+    const bool holding = m_hold.active() || m_mode == TapMode::Armed;
     const Combinations holdCombinations =
-        m_hold.active() ? combinationsWithLocksOf(m_keymap.effectiveModifiers()) : Combinations(0);
+        holding ? combinationsWithLocksOf(m_keymap.effectiveModifiers()) : Combinations(0);
     m_books.sync(desiredGrabs(), m_keymap.holdKeys(), holdCombinations);
 }
 
@@ -615,11 +656,20 @@ void X11KeyboardTap::Worker::beginHold(const HeldKey& endingKey, bool waitForRel
                                        quint64 keyId)
 {
     if (!m_hold.active()) {
-        const Window focus = focusWindow();
-        m_books.setHoldWindow(focus);
+        // Armed, the focus is followed already: the keyboard thaws without a round trip.
+        const Window focus = m_armedFocusKnown ? m_books.holdWindow() : focusWindow();
+        m_armedFocusKnown = false;
+        holdOn(focus);
         followFocus(focus);
     }
     m_hold.begin(endingKey, waitForRelease, replayEndingKey, keyId);
+}
+
+void X11KeyboardTap::Worker::holdOn(unsigned long window)
+{
+    // Grabs placed while armed stay where they are when the ending key comes in the same window.
+    if (window != m_books.holdWindow())
+        m_books.moveHold(window);
 }
 
 unsigned long X11KeyboardTap::Worker::focusWindow() const
@@ -644,8 +694,12 @@ void X11KeyboardTap::Worker::onFocusOut(const XFocusChangeEvent& event)
     if (event.mode == NotifyGrab || event.mode == NotifyUngrab || event.detail == NotifyInferior ||
         event.detail == NotifyPointer)
         return;
-    if (!m_hold.active() || event.window != m_books.holdWindow())
+    if (event.window != m_books.holdWindow())
         return;
+    if (!m_hold.active()) {
+        m_armedFocusKnown = false; // armed: the ending key asks where the focus is
+        return;
+    }
     const Window focus = focusWindow();
     if (focus == m_books.holdWindow())
         return;
@@ -662,7 +716,10 @@ void X11KeyboardTap::Worker::onFocusOut(const XFocusChangeEvent& event)
 void X11KeyboardTap::Worker::updateHold(Clock::time_point now)
 {
     const Window window = m_books.holdWindow();
+    const quint64 heldKey = m_hold.keyId();
     if (m_hold.update(now)) {
+        if (lcTiming().isDebugEnabled() && heldKey != 0 && m_holdSeen.isValid())
+            qCDebug(lcTiming).nospace() << "key " << heldKey << ": hold ended +" << m_holdSeen.nsecsElapsed() / 1e6;
         if (window != m_root)
             XSelectInput(m_display, window, NoEventMask);
         // The active grab first, so that no key slips past between the two.
