@@ -178,15 +178,16 @@ void TestTypingOn::chainedTriggers_data()
     QTest::addColumn<QStringList>("typing");
     QTest::addColumn<QStringList>("between");
     QTest::addColumn<QString>("result");
-    const QString chained = QStringLiteral("\\tq see \\tq you");
-    const QString expanded = QStringLiteral("Thank you! see Thank you! you");
+    // Capitals: the Shift that makes them is held and typed back with them, in order.
+    const QString chained = QStringLiteral("\\tq See \\tq You Bill");
+    const QString expanded = QStringLiteral("Thank you! See Thank you! You Bill");
     for (const auto& [target, name] : {std::pair{Target::Qt, "Qt"}, std::pair{Target::Gtk, "GTK"}}) {
         QTest::addRow("%s: two triggers a few words apart at full speed", name)
             << target << QStringList{chained} << QStringList{} << expanded;
         // The first hold ends on half a trigger, typed back; the rest comes live after it.
         QTest::addRow("%s: the second trigger half typed during the first's hold", name)
-            << target << QStringList{QStringLiteral("\\tq see \\t"), QStringLiteral("q you")}
-            << QStringList{QStringLiteral("Thank you! see \\t")} << expanded;
+            << target << QStringList{QStringLiteral("\\tq See \\t"), QStringLiteral("q You Bill")}
+            << QStringList{QStringLiteral("Thank you! See \\t")} << expanded;
     }
 }
 

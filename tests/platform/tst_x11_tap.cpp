@@ -124,7 +124,8 @@ private slots:
     void onlyAClaimedHoldOutlastsTheSafetyLimit();
     void aStuckEndingKeyCannotBeClaimed();
     void aStuckEndingKeyClaimedInTimeIsHeld();
-    void keysGoBackOnlyOnceCtrlIsUp();
+    void keysGoBackAsTyped_data();
+    void keysGoBackAsTyped();
     void desktopRemovesAndPastes();
     void aClipboardManagersCopyIsToldFromTheTargets();
     void pasteChord_data();
@@ -409,20 +410,39 @@ void TestX11Tap::aStuckEndingKeyClaimedInTimeIsHeld()
     QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\tyok"));
 }
 
-void TestX11Tap::keysGoBackOnlyOnceCtrlIsUp()
+void TestX11Tap::keysGoBackAsTyped_data()
 {
+    QTest::addColumn<QString>("modifier"); // held down by the user as the paste lands
+    QTest::addColumn<QStringList>("typedWhileDown");
+    QTest::addColumn<QString>("whileDown");
+    QTest::addColumn<QString>("afterwards");
+    // The user reaches for Ctrl+S: typed back now, "ok" would be Ctrl+O, Ctrl+K.
+    QTest::newRow("Ctrl: they wait for it to be up")
+        << QStringLiteral("ctrl") << QStringList{} << QStringLiteral("\\ty") << QStringLiteral("\\tyok");
+    // A Shift for the next capital: lowercase keys go back lowercase, and the Shift stays down.
+    QTest::newRow("Shift: lifted around them, then down again")
+        << QStringLiteral("shift") << words("key a") << QStringLiteral("\\tyokA") << QStringLiteral("\\tyokA");
+}
+
+void TestX11Tap::keysGoBackAsTyped()
+{
+    QFETCH(QString, modifier);
+    QFETCH(QStringList, typedWhileDown);
+    QFETCH(QString, whileDown);
+    QFETCH(QString, afterwards);
     type(QStringLiteral("\\ty "));
     QTRY_COMPARE(m_decide.with([this] { return m_decide.holds; }), 1);
     xdotool(typing(QStringLiteral("ok")));
-    // The user reaches for Ctrl+S as the paste lands: typed back now, "ok" would be Ctrl+O, Ctrl+K.
-    xdotool(words("keydown ctrl"));
-    auto liftCtrl = qScopeGuard([this] { xdotool(words("keyup ctrl")); });
+    xdotool({QStringLiteral("keydown"), modifier});
+    auto lift = qScopeGuard([&] { xdotool({QStringLiteral("keyup"), modifier}); });
     m_tap.releaseHeldKeys(m_decide.with([this] { return m_decide.lastHold; }), false);
     QTest::qWait(300);
-    QCOMPARE(m_edit.toPlainText(), QStringLiteral("\\ty"));
-    liftCtrl.dismiss();
-    xdotool(words("keyup ctrl"));
-    QTRY_COMPARE(m_edit.toPlainText(), QStringLiteral("\\tyok"));
+    if (!typedWhileDown.isEmpty())
+        xdotool(typedWhileDown);
+    QTRY_COMPARE(m_edit.toPlainText(), whileDown);
+    lift.dismiss();
+    xdotool({QStringLiteral("keyup"), modifier});
+    QTRY_COMPARE(m_edit.toPlainText(), afterwards);
 }
 
 void TestX11Tap::aClipboardManagersCopyIsToldFromTheTargets()

@@ -1,5 +1,6 @@
 #include "platform/x11/x11_desktop.h"
 
+#include "platform/x11/x11_key_typing.h"
 #include "platform/x11/x11_keyboard_tap.h"
 
 #include <QElapsedTimer>
@@ -575,6 +576,19 @@ void X11Desktop::tapKeysym(unsigned long keysym, const QList<unsigned long>& mod
     }
     const ::KeyCode key = keycodeFor(keysym);
     if (key != 0) {
+        // A modifier the user presses for the next key (a Shift before a capital) as these go
+        // out would change them: Ctrl+Shift+V is no paste. Lifted around them, under a server
+        // grab so that no release of the user's comes in between and is lost.
+        const std::vector<unsigned char>& userModifiers = modifierKeycodes();
+        XGrabServer(m_display);
+        bool held = false;
+        const std::vector<unsigned> lifted = x11tap::liftKeys(
+            m_display,
+            [&](unsigned code) {
+                return std::find(userModifiers.begin(), userModifiers.end(), code) != userModifiers.end() &&
+                       std::find(modifierCodes.begin(), modifierCodes.end(), code) == modifierCodes.end();
+            },
+            &held);
         for (int i = 0; i < times; ++i) {
             for (const ::KeyCode code : modifierCodes)
                 XTestFakeKeyEvent(m_display, code, True, 0);
@@ -583,6 +597,8 @@ void X11Desktop::tapKeysym(unsigned long keysym, const QList<unsigned long>& mod
             for (auto it = modifierCodes.rbegin(); it != modifierCodes.rend(); ++it)
                 XTestFakeKeyEvent(m_display, *it, False, 0);
         }
+        x11tap::putBack(m_display, lifted);
+        XUngrabServer(m_display);
     }
     XFlush(m_display);
     // Applications read the key map when they get to the mapping change, which may be after the

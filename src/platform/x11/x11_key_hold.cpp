@@ -149,9 +149,10 @@ bool KeyHold::update(Clock::time_point now)
         return false;
     // A Ctrl, Alt or Super the user holds now would turn a letter typed back into a shortcut
     // (Ctrl+W closes a tab), and XTest cannot lift a key the keyboard holds down.
-    if (now - m_keysUpSince < ModifiersUpBound && shortcutModifierAdded())
+    const bool waitedLong = now - m_keysUpSince >= ModifiersUpBound;
+    if (!waitedLong && shortcutModifierAdded())
         return false;
-    typeBack();
+    typeBack(waitedLong);
     return false;
 }
 
@@ -193,14 +194,15 @@ bool KeyHold::heldKeysDown()
     return std::any_of(m_keys.cbegin(), m_keys.cend(), [&](const HeldKey& key) { return down(key.keycode); });
 }
 
-void KeyHold::typeBack()
+void KeyHold::typeBack(bool force)
 {
     // The hold grabs stay: each key comes back through one and is answered in turn, so a key
     // the user types meanwhile, which the server may queue before ours, is held behind them.
     // One at a time: a key of ours the server drops (the user pressed it again meanwhile) is
     // typed again before any later one has gone.
     if (m_replayEndingKey && m_endingKey) {
-        type(*m_endingKey);
+        if (!type(*m_endingKey, force))
+            return; // a Shift held on another keyboard: once it is up
         m_typedBack.push_back({*m_endingKey, true});
         m_endingKey.reset();
         m_replayEndingKey = false;
@@ -208,13 +210,13 @@ void KeyHold::typeBack()
         m_endingKey.reset();
         m_replayEndingKey = false;
         if (!m_keys.empty()) {
-            type(m_keys.front());
+            if (!type(m_keys.front(), force))
+                return;
             m_typedBack.push_back({m_keys.front(), false});
             m_keys.erase(m_keys.begin());
         }
     }
     m_since = Clock::now();
-    XFlush(m_display);
 }
 
 void KeyHold::typeAllNow()
@@ -222,10 +224,10 @@ void KeyHold::typeAllNow()
     if (!m_active)
         return;
     if ((m_waitingForRelease || m_replayEndingKey) && m_endingKey)
-        type(*m_endingKey);
+        type(*m_endingKey, true);
     for (const auto* keys : {&m_keys, &m_lateKeys}) {
         for (const HeldKey& key : *keys)
-            type(key);
+            type(key, true);
     }
     end();
 }
@@ -247,9 +249,9 @@ void KeyHold::end()
     m_typedBack.clear();
 }
 
-void KeyHold::type(const HeldKey& key)
+bool KeyHold::type(const HeldKey& key, bool force)
 {
-    typeKey(m_display, key, m_keymap->depressedModifiers(), m_keymap->modifierKeycodes());
+    return typeKey(m_display, key, *m_keymap, force);
 }
 
 void KeyHold::settleUpTo(quint64 keyId)

@@ -74,9 +74,10 @@ private:
     std::chrono::milliseconds safety() const;
     bool heldKeysDown();
     bool shortcutModifierAdded() const;
-    void typeBack();
+    // `force`: types the next key even under a Shift it cannot lift.
+    void typeBack(bool force);
     void end();
-    void type(const HeldKey& key);
+    bool type(const HeldKey& key, bool force);
 
     _XDisplay* m_display = nullptr;
     const TapKeymap* m_keymap = nullptr;

@@ -171,14 +171,16 @@ void TapKeymap::computeKeySets()
     m_endKeys &= ~m_modifierKeys;
 
     m_modifierKeycodes.fill(0);
+    m_keyModifiers.fill(0);
     if (XModifierKeymap* map = XGetModifierMapping(m_display)) {
         for (int modifier = 0; modifier < 8; ++modifier) {
             for (int i = 0; i < map->max_keypermod; ++i) {
                 const ::KeyCode code = map->modifiermap[modifier * map->max_keypermod + i];
-                if (code != 0) {
+                if (code == 0)
+                    continue;
+                if (m_modifierKeycodes[std::size_t(modifier)] == 0)
                     m_modifierKeycodes[std::size_t(modifier)] = code;
-                    break;
-                }
+                m_keyModifiers[code] |= quint8(1u << modifier);
             }
         }
         XFreeModifiermap(map);

@@ -48,6 +48,8 @@ public:
     const KeySet& vKeys() const { return m_vKeys; }
     // A key code per core modifier, to type it back.
     const std::array<unsigned, 8>& modifierKeycodes() const { return m_modifierKeycodes; }
+    // Per key code, the core modifiers it sets.
+    const std::array<quint8, 256>& keyModifiers() const { return m_keyModifiers; }
 
 private:
     bool load();
@@ -72,6 +74,7 @@ private:
     unsigned m_backslashKey = 0;
     unsigned m_slashKey = 0;
     std::array<unsigned, 8> m_modifierKeycodes{};
+    std::array<quint8, 256> m_keyModifiers{};
 };
 
 } // namespace tavo::x11tap

@@ -200,6 +200,20 @@ public:
             painter->restore();
             return;
         }
+        const auto* frame = qstyleoption_cast<const QStyleOptionFrame*>(option);
+        if (element == PE_PanelLineEdit && frame && frame->lineWidth > 0 && isDark(option->palette) &&
+            !option->state.testFlag(State_HasFocus)) {
+            // An empty field's frame all but vanishes on a dark window: outline it as check boxes are.
+            QColor outline = secondaryText(option->palette);
+            outline.setAlphaF(0.45f);
+            painter->save();
+            painter->setRenderHint(QPainter::Antialiasing);
+            painter->setBrush(Qt::NoBrush);
+            painter->setPen(QPen(outline, 1));
+            painter->drawRoundedRect(QRectF(option->rect).adjusted(0.5, 0.5, -0.5, -0.5), 2, 2);
+            painter->restore();
+            return;
+        }
         const bool box = element == PE_IndicatorCheckBox || element == PE_IndicatorItemViewItemCheck;
         if ((box || element == PE_IndicatorRadioButton) && isDark(option->palette)) {
             painter->save();
