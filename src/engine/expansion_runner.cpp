@@ -143,6 +143,7 @@ void ExpansionRunner::publishLibrary()
 {
     if (!m_accounts.isAuthenticated()) {
         m_builder.reset();
+        m_index.reset(); // it keeps the signed-out profile's lists alive
         m_delegate.setLibrary(nullptr);
         return;
     }
