@@ -29,19 +29,11 @@ namespace Store = AIModelProfileStore;
 
 namespace {
 
+using design::quietLabel;
+
 // Long enough to cover the gap between keystrokes, short enough that a key is stored before the
 // user reaches for another screen; hiding the page writes it at once anyway.
 constexpr int keyPauseMs = 400;
-
-QLabel* quietLabel(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    QPalette quiet = label->palette();
-    quiet.setColor(QPalette::WindowText, design::secondaryText(parent->palette()));
-    label->setPalette(quiet);
-    return label;
-}
 
 } // namespace
 

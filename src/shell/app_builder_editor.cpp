@@ -38,6 +38,8 @@ namespace tavo {
 
 namespace {
 
+using design::quietLabel;
+
 // Long enough to cover the gap between keystrokes; leaving the editor writes at once anyway.
 constexpr int typingPauseMs = 400;
 
@@ -174,16 +176,6 @@ QPushButton* button(QWidget* parent, const char* objectName, const QString& icon
     result->setObjectName(QLatin1StringView(objectName));
     design::name(result, accessibleName.isEmpty() ? text : accessibleName);
     return result;
-}
-
-QLabel* quietLabel(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    QPalette quiet = label->palette();
-    quiet.setColor(QPalette::WindowText, design::secondaryText(parent->palette()));
-    label->setPalette(quiet);
-    return label;
 }
 
 QStringList listTexts(const QListWidget* list)

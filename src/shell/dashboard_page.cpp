@@ -17,15 +17,7 @@ namespace tavo {
 
 namespace {
 
-QLabel* quietLabel(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    QPalette quiet = label->palette();
-    quiet.setColor(QPalette::WindowText, design::secondaryText(parent->palette()));
-    label->setPalette(quiet);
-    return label;
-}
+using design::quietLabel;
 
 QPushButton* button(const QString& text, const QString& iconName, const QString& objectName, QWidget* parent)
 {

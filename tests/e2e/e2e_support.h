@@ -4,12 +4,24 @@
 // look into the profile the run writes.
 
 #include <QDirIterator>
+#include <QPlainTextEdit>
 #include <QProcess>
 #include <QtTest>
 
 #include <initializer_list>
+#include <memory>
 
 namespace e2e {
+
+// The window the tests type into, shown; the caller waits for it to be active.
+inline std::unique_ptr<QPlainTextEdit> targetWindow()
+{
+    auto editor = std::make_unique<QPlainTextEdit>();
+    editor->setWindowTitle(QStringLiteral("Target"));
+    editor->resize(600, 300);
+    editor->show();
+    return editor;
+}
 
 inline QStringList words(std::initializer_list<const char*> list)
 {

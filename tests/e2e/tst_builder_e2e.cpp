@@ -143,10 +143,7 @@ void TestBuilderEndToEnd::initTestCase()
     QVERIFY(tavoctl({QStringLiteral("expand"), QStringLiteral("\\inv-acme-ltd-100")})
                 .contains(QStringLiteral("Generation is not available yet.")));
 
-    m_editor = std::make_unique<QPlainTextEdit>();
-    m_editor->setWindowTitle(QStringLiteral("Target"));
-    m_editor->resize(600, 300);
-    m_editor->show();
+    m_editor = e2e::targetWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_editor.get()));
     m_tavoRun.start();
     QTRY_VERIFY_WITH_TIMEOUT(m_tavoLog.contains("keyboard tap running"), 15000);

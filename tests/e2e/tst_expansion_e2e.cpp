@@ -139,10 +139,7 @@ void TestExpansionEndToEnd::initTestCase()
                       QStringLiteral("--collection"), QStringLiteral("Personal")}),
              0);
 
-    m_editor = std::make_unique<QPlainTextEdit>();
-    m_editor->setWindowTitle(QStringLiteral("Target"));
-    m_editor->resize(600, 300);
-    m_editor->show();
+    m_editor = e2e::targetWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_editor.get()));
 
     m_tavoRun.start();

@@ -142,10 +142,7 @@ void TestInlineCommandsEndToEnd::initTestCase()
     const QByteArray port = m_provider.readLine().trimmed();
     QVERIFY(port.toInt() > 0);
 
-    m_editor = std::make_unique<QPlainTextEdit>();
-    m_editor->setWindowTitle(QStringLiteral("Target"));
-    m_editor->resize(600, 300);
-    m_editor->show();
+    m_editor = e2e::targetWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_editor.get()));
 
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

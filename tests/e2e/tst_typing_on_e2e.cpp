@@ -77,10 +77,7 @@ void TestTypingOn::initTestCase()
     QVERIFY(m_gtk.waitForStarted());
     QTRY_VERIFY_WITH_TIMEOUT(!windowOf(Target::Gtk).isEmpty(), 15000);
 
-    m_editor = std::make_unique<QPlainTextEdit>();
-    m_editor->setWindowTitle(QStringLiteral("Target"));
-    m_editor->resize(600, 300);
-    m_editor->show();
+    m_editor = e2e::targetWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_editor.get()));
 
     m_tavoRun.start();

@@ -96,10 +96,7 @@ void TestWebsiteShortcutEndToEnd::initTestCase()
         QVERIFY(db.save());
     }
 
-    m_editor = std::make_unique<QPlainTextEdit>();
-    m_editor->setWindowTitle(QStringLiteral("Target"));
-    m_editor->resize(600, 300);
-    m_editor->show();
+    m_editor = e2e::targetWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_editor.get()));
     m_tavoRun.start();
     QTRY_VERIFY_WITH_TIMEOUT(m_tavoRun.log.contains("keyboard tap running"), 15000);

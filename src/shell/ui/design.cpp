@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QFontDatabase>
 #include <QHash>
+#include <QLabel>
 #include <QPainter>
 #include <QPalette>
 #include <QProxyStyle>
@@ -69,6 +70,16 @@ QColor secondaryText(const QPalette& palette)
     return QColor::fromRgbF(window.redF() + (text.redF() - window.redF()) * 0.66f,
                             window.greenF() + (text.greenF() - window.greenF()) * 0.66f,
                             window.blueF() + (text.blueF() - window.blueF()) * 0.66f);
+}
+
+QLabel* quietLabel(const QString& text, QWidget* parent)
+{
+    auto* label = new QLabel(text, parent);
+    label->setWordWrap(true);
+    QPalette quiet = label->palette();
+    quiet.setColor(QPalette::WindowText, secondaryText(parent->palette()));
+    label->setPalette(quiet);
+    return label;
 }
 
 bool isDark(const QPalette& palette)

@@ -5,6 +5,7 @@
 #include <QIcon>
 #include <QString>
 
+class QLabel;
 class QPalette;
 class QWidget;
 
@@ -22,6 +23,8 @@ QFont sectionHeaderFont(const QFont& base);
 QFont fixedFont(const QFont& base);
 // Secondary text: the text colour moved towards the background, readable on light and dark.
 QColor secondaryText(const QPalette& palette);
+// A wrapping label in the secondary text colour: hints and explanations under a control.
+QLabel* quietLabel(const QString& text, QWidget* parent);
 // Whether the palette is a dark one (light text on a dark window).
 bool isDark(const QPalette& palette);
 // A palette for a dark desktop, for the screens and the screenshots of a dark session.
